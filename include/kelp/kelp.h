@@ -1,0 +1,8 @@
+// kelp: the media framework library. This one header declares the whole exported
+// interface; the subsystem headers beside it may also be included on their own.
+#pragma once
+
+#include "kelpdefs.h"
+#include "trace.h"
+#include "alloc.h"
+#include "version.h"

@@ -1,0 +1,3 @@
+#pragma once
+#include "kelpdefs.h"
+extern "C" KELP_API const char* kelpVersionString();

@@ -1,0 +1,142 @@
+// The operating-system layer. Every call the library makes into the platform (memory,
+// threads, modules, files, time, processor) goes through here; no other file of the
+// library includes system headers for these. One implementation file per platform.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <kelp/kelpdefs.h>
+
+namespace kelp {
+namespace os {
+
+constexpr uint32_t kInfinite = 0xFFFFFFFFu;
+constexpr uint32_t kStillActive = 259; // exit code of a thread that still runs
+
+// Error codes kept per thread, with the meanings the library relies on.
+constexpr uint32_t kErrorNotEnoughMemory = 8;
+constexpr uint32_t kErrorInvalidParameter = 87;
+uint32_t GetLastError();
+void SetLastError(uint32_t code);
+
+// ---- Time and arithmetic
+uint32_t GetTickCount(); // monotonic milliseconds, wraps at 2^32
+void Sleep(uint32_t ms);
+// a * b / c with a 64-bit product, rounded half away from zero; -1 when c is 0 or the
+// result does not fit in 32 bits.
+int32_t MulDiv(int32_t a, int32_t b, int32_t c);
+
+// ---- Text. File names and environment values cross into the system as UTF-8.
+std::string ToUtf8(const std::wstring& s);
+std::wstring FromUtf8(const std::string& s);
+bool GetEnv(const char* name, std::string* value); // false if not set
+void DebugOutput(const wchar_t* text);             // the debug stream, see DebugOutputEnabled
+bool DebugOutputEnabled();
+
+// ---- Memory probes
+// True if `size` bytes from p can be read, without touching them (a size of 0 is
+// readable). Never faults.
+bool IsReadable(const void* p, size_t size);
+
+// ---- Processor
+void Cpuid(uint32_t leaf, uint32_t subleaf, uint32_t regs[4]);
+struct CpuInfo {
+    bool mmx, sse, sse2, ssse3, sse41, avx, avx2;
+};
+CpuInfo ProbeCpu();
+unsigned ProcessorCount();
+
+// ---- Modules (shared objects)
+KXMODULE LoadModule(const std::wstring& path); // null on failure
+void* GetSymbol(KXMODULE module, const char* name);
+bool FreeModule(KXMODULE module);
+std::string LastModuleError();
+// The full path of the shared object (or program) that holds `address`.
+bool ModuleFileOf(const void* address, std::wstring* path);
+// `path` without its file name, keeping the trailing '/'.
+std::wstring RemoveFileName(const std::wstring& path);
+
+// ---- Files and directories
+// Names (not paths) of the regular files in `dir` whose names end with `suffix`
+// (compared without regard to ASCII case), in byte order of their names.
+std::vector<std::wstring> ListFiles(const std::wstring& dir, const std::wstring& suffix);
+std::wstring TempDirectory();     // with a trailing '/'
+std::wstring UserConfigDirectory(); // $XDG_CONFIG_HOME or ~/.config, with a trailing '/'
+bool MakeDirectories(const std::wstring& dir);
+bool FileExists(const std::wstring& path);
+
+// ---- Locks, events, threads, thread-local slots
+class CriticalSection {
+public:
+    CriticalSection();
+    ~CriticalSection();
+    CriticalSection(const CriticalSection&) = delete;
+    CriticalSection& operator=(const CriticalSection&) = delete;
+    void Enter();       // recursive; counts an entry that had to wait
+    bool TryEnter();    // never waits
+    void Leave();
+    uint32_t Contention() const;
+
+private:
+    alignas(16) unsigned char m_storage[64];
+};
+
+class Event {
+public:
+    explicit Event(bool manualReset);
+    ~Event();
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+    void Set();
+    void Reset();
+    bool Wait(uint32_t ms); // true if signalled, false on time-out
+
+private:
+    alignas(16) unsigned char m_storage[128];
+};
+
+struct ThreadHandle;
+typedef uint32_t (*ThreadProc)(void* arg);
+ThreadHandle* CreateThread(ThreadProc proc, void* arg); // null on failure
+bool GetExitCodeThread(ThreadHandle* t, uint32_t* code); // kStillActive while running
+bool WaitThread(ThreadHandle* t, uint32_t ms);           // true once the thread has ended
+void CloseThread(ThreadHandle* t);                       // releases the handle, never the thread
+uint32_t ThreadId(ThreadHandle* t);
+uint32_t CurrentThreadId();
+
+constexpr uint32_t kTlsOutOfIndexes = 0xFFFFFFFFu;
+uint32_t TlsAlloc();
+bool TlsFree(uint32_t index);
+void* TlsGetValue(uint32_t index);
+bool TlsSetValue(uint32_t index, void* value);
+
+// ---- Heaps. A heap answers size, validate and free questions safely for any address:
+// one that is not the start of one of its live blocks gets the failure answer.
+constexpr uint32_t kHeapNoSerialize = 0x1;
+constexpr uint32_t kHeapZeroMemory = 0x8;
+constexpr size_t kHeapSizeFailed = ~size_t(0);
+struct OsHeap;
+OsHeap* HeapCreate(uint32_t flags, size_t initialSize);
+bool HeapDestroy(OsHeap* heap); // frees every block still in it
+void* HeapAlloc(OsHeap* heap, uint32_t flags, size_t size);
+void* HeapReAlloc(OsHeap* heap, uint32_t flags, void* p, size_t size); // null: old block stands
+bool HeapFree(OsHeap* heap, uint32_t flags, void* p);
+size_t HeapSize(OsHeap* heap, uint32_t flags, const void* p); // kHeapSizeFailed if not a block
+bool HeapValidate(OsHeap* heap, uint32_t flags, const void* p); // null p: the whole heap
+size_t HeapCompact(OsHeap* heap, uint32_t flags);
+OsHeap* GetProcessHeap(); // serialised, lives as long as the process
+
+// ---- Pages. Blocks of whole pages; the routing rules of the library count in the
+// allocation granularity, kept at 64 KiB.
+constexpr size_t kAllocationGranularity = 65536;
+size_t AllocationGranularity();
+void* PageAlloc(size_t size);                 // read-write, zeroed; null on failure
+void* PageReAlloc(void* base, size_t size);   // grows in place or fails; never moves
+size_t PageRegionSize(const void* base);      // 0 if base is not a page block
+bool PageFree(void* base);
+
+} // namespace os
+} // namespace kelp

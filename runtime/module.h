@@ -1,0 +1,22 @@
+// The library's start and end as a module. One constructor (in kelpmodule.cpp) creates
+// the heap, then the process-wide objects in the order of the table there, stores the
+// module identity and binds the trace sink; one teardown undoes it all in reverse and
+// ends the heap last. No other file has dynamic initialisation of globals: a
+// subsystem that needs a process-wide object provides a construct and a destroy
+// function, declared here and listed in the table.
+#pragma once
+
+namespace kelp {
+namespace module {
+
+struct GlobalEntry {
+    const char* name;
+    void (*construct)();
+    void (*destroy)();
+};
+
+// Set while the module's constructor runs and cleared when its teardown ends.
+bool Attached();
+
+} // namespace module
+} // namespace kelp
