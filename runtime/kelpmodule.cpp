@@ -11,7 +11,12 @@ namespace {
 
 // The process-wide objects in the order they are made; they end in reverse.
 const module::GlobalEntry kGlobals[] = {
-    {nullptr, nullptr, nullptr},
+    // codec registry: list, map and lock
+    {"dual and page allocators", module::ConstructDualVirtAllocators,
+     module::DestroyDualVirtAllocators},
+    // heap thread-local slot; bad_alloc object; processor functions; thread hook lock
+    // conversion manager: list, map and lock
+    {"process heap allocator", module::ConstructCppAllocator, module::DestroyCppAllocator},
 };
 
 bool g_attached = false;

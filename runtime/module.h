@@ -15,6 +15,12 @@ struct GlobalEntry {
     void (*destroy)();
 };
 
+// Process-wide objects of the subsystems, in the order of kGlobals.
+void ConstructDualVirtAllocators();
+void DestroyDualVirtAllocators();
+void ConstructCppAllocator();
+void DestroyCppAllocator();
+
 // Set while the module's constructor runs and cleared when its teardown ends.
 bool Attached();
 

@@ -1,0 +1,92 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include <kelp/alloc.h>
+
+using namespace kelp;
+
+TEST(DualAllocator, RoutesByHalfGranularityWithHeader) {
+    CDualAllocator a;
+    // 32,768 bytes with the 4-byte header go to pages; one byte less to the heap.
+    void* page = a.Allocate(32768 - 4, 0);
+    void* heap = a.Allocate(32768 - 5, 0);
+    ASSERT_TRUE(page && heap);
+    EXPECT_EQ(reinterpret_cast<uint32_t*>(page)[-1], CDualAllocator::kPageMarker);
+    EXPECT_EQ(a.GetSize(heap), 32768u - 1);
+    EXPECT_GE(a.GetSize(page), 32768u);
+    EXPECT_EQ(uintptr_t(page) % 16, 0u);
+    EXPECT_EQ(uintptr_t(heap) % 16, 0u);
+    a.Free(page);
+    a.Free(heap);
+}
+
+TEST(DualAllocator, HeapBlockSizeFreeTwiceAndReallocateLeavesBoth) {
+    CDualAllocator a;
+    char* p = static_cast<char*>(a.Allocate(100, 0));
+    ASSERT_TRUE(p);
+    EXPECT_EQ(a.GetSize(p), 104u);
+    memset(p, 0x5A, 100);
+    char* q = static_cast<char*>(a.ReAllocate(p, 200, 0));
+    ASSERT_TRUE(q);
+    EXPECT_NE(p, q);
+    EXPECT_EQ(p[99], 0x5A); // the old block stands, uncopied and unfreed
+    EXPECT_EQ(a.GetSize(q), 204u);
+    a.Free(p);
+    a.Free(p); // header already cleared: harmless
+    a.Free(q);
+}
+
+TEST(DualAllocator, PageBlockGrowsInPlaceOrFails) {
+    CDualAllocator a;
+    void* p = a.Allocate(100000, 0);
+    ASSERT_TRUE(p);
+    void* q = a.ReAllocate(p, 90000, 0);
+    EXPECT_EQ(q, p);
+    a.Free(p);
+}
+
+TEST(SingleAllocator, KeepsOneBlockAndTheCapacity) {
+    CSingleAllocator s;
+    void* a = s.Allocate(100, 0);
+    void* b = s.Allocate(50, 0);
+    EXPECT_EQ(a, b);
+    EXPECT_EQ(s.GetSize(nullptr), 100u);
+    void* c = s.Allocate(200, 0);
+    ASSERT_TRUE(c);
+    EXPECT_EQ(s.GetSize(a), 200u);
+    s.Free(nullptr);
+    EXPECT_EQ(s.m_pBuffer, nullptr);
+    EXPECT_EQ(s.GetSize(nullptr), 200u); // the capacity stays until the next Allocate
+}
+
+TEST(SrcAllocator, ServesTheCallersBufferUpToItsCapacity) {
+    char buf[64];
+    CSrcAllocator s(buf, sizeof buf);
+    EXPECT_EQ(s.Allocate(64, 0), buf);
+    EXPECT_EQ(s.Allocate(65, 0), nullptr);
+    EXPECT_EQ(s.ReAllocate(nullptr, 10, 0), buf);
+    EXPECT_EQ(s.GetSize(nullptr), 64u);
+    s.Free(buf);
+}
+
+TEST(CppAndVirtAllocators, AnswerForTheirOwnBlocksOnly) {
+    CCppAllocator c;
+    void* p = c.Allocate(77, 0);
+    ASSERT_TRUE(p);
+    EXPECT_EQ(c.GetSize(p), 77u);
+    int local;
+    EXPECT_EQ(c.GetSize(&local), 0xFFFFFFFFu); // not a block of the heap
+    c.Free(p);
+
+    CVirtAllocator v;
+    void* q = v.Allocate(5000, 0);
+    ASSERT_TRUE(q);
+    EXPECT_EQ(uintptr_t(q) % 4096, 0u);
+    EXPECT_EQ(v.GetSize(q), 8192u);
+    EXPECT_EQ(v.ReAllocate(q, 8000, 0), q);
+    v.Free(q);
+    EXPECT_NE(GetCppAllocator(), nullptr);
+    EXPECT_NE(GetDualAllocator(), nullptr);
+    EXPECT_NE(GetVirtAllocator(), nullptr);
+}
