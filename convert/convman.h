@@ -43,12 +43,13 @@ class CConversionManager : public IConversionManager {
                         IAllocator* allocator) override;
 
     // Runs a chain that the search found, from `in` to `out`: every stage but the last
-    // into a temporary format and buffer from this manager, the last one into `out`
-    // through the caller's allocator. Temporaries are freed on every path; on success
-    // *outData belongs to the caller (or is inData when KXCONV_OUT_SHARED is set).
+    // into a temporary format and a buffer from `temporaries` (Convert passes the
+    // manager's own allocator), the last one into `out` through the caller's
+    // `allocator`. Temporaries are freed on every path; on success *outData belongs to
+    // the caller (or is inData when KXCONV_OUT_SHARED is set).
     KXRESULT RunChain(const std::vector<IConverter*>& chain, KXBMINFOHEADER* in, void* inData,
                       KXBMINFOHEADER* out, void** outData, uint32_t* flags, int32_t* quality,
-                      IAllocator* allocator);
+                      IAllocator* allocator, IAllocator* temporaries);
 
     const std::list<IConverter*>& Converters() const { return m_converters; }
 

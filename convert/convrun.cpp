@@ -28,7 +28,8 @@ void Narrow(KXRECT& acc, const KXRECT& r, bool lastStage) {
 
 KXRESULT CConversionManager::RunChain(const std::vector<IConverter*>& chain, KXBMINFOHEADER* in,
                                       void* inData, KXBMINFOHEADER* out, void** outData,
-                                      uint32_t* flags, int32_t* quality, IAllocator* allocator) {
+                                      uint32_t* flags, int32_t* quality, IAllocator* allocator,
+                                      IAllocator* temporaries) {
     if (chain.empty()) return KXE_INVALID;
 
     KXBMINFOHEADER* format = in; // the current format
@@ -68,9 +69,9 @@ KXRESULT CConversionManager::RunChain(const std::vector<IConverter*>& chain, KXB
                 break;
             }
             void* next = nullptr;
-            r = stage->Convert(format, buffer, temp, &next, flags, quality, &m_allocator);
+            r = stage->Convert(format, buffer, temp, &next, flags, quality, temporaries);
             if (KX_FAILED(r)) {
-                if (next && next != buffer && next != inData) m_allocator.Free(next);
+                if (next && next != buffer && next != inData) temporaries->Free(next);
                 inner = false;
                 break;
             }
@@ -114,7 +115,7 @@ KXRESULT CConversionManager::RunChain(const std::vector<IConverter*>& chain, KXB
     for (KXBMINFOHEADER* f : formats)
         formatAllocator.Free(f);
     for (void* b : buffers)
-        m_allocator.Free(b);
+        temporaries->Free(b);
     return result;
 }
 
@@ -161,8 +162,8 @@ KXRESULT CConversionManager::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOH
     const uint32_t searchTime = os::GetTickCount() - searchStart;
     if (!found || !allocator) return KXE_INVALID;
 
-    KXRESULT result =
-        RunChain(request.bestChain, in, inData, out, outData, flags, quality, allocator);
+    KXRESULT result = RunChain(request.bestChain, in, inData, out, outData, flags, quality,
+                               allocator, &m_allocator);
     NormalizeOutput(request);
     dbgPrintf(8, 4, L"CConversionManager::Convert: %d ms (%d ms list generation)\r\n",
               int(os::GetTickCount() - start), int(searchTime));
