@@ -6,3 +6,6 @@
 #include "trace.h"
 #include "alloc.h"
 #include "version.h"
+#include "kelpcfg.h"
+#include "kelpcpu.h"
+#include "kelpthread.h"
