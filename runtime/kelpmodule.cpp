@@ -11,10 +11,19 @@ namespace {
 
 // The process-wide objects in the order they are made; they end in reverse.
 const module::GlobalEntry kGlobals[] = {
+    // settings: made by their first use, which comes before any entry below; listed
+    // first so that they end last
+    {"settings store", nullptr, module::DestroySettings},
     // codec registry: list, map and lock
     {"dual and page allocators", module::ConstructDualVirtAllocators,
      module::DestroyDualVirtAllocators},
-    // heap thread-local slot; bad_alloc object; processor functions; thread hook lock
+    // heap thread-local slot; bad_alloc object
+    // processor functions
+    {"processor functions", module::ConstructEnhancedFunctions,
+     module::DestroyEnhancedFunctions},
+    // thread hook lock
+    {"thread registration hook", module::ConstructThreadHook, module::DestroyThreadHook},
+    {"event names", module::ConstructEventNames, module::DestroyEventNames},
     // conversion manager: list, map and lock
     {"conversion manager registry", module::ConstructConversionGlobals,
      module::DestroyConversionGlobals},

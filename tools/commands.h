@@ -1,3 +1,5 @@
 // The subcommands of the kelp tool, one file each. Each takes its own argv, where
 // argv[0] is the command's name, and returns the process exit code.
 #pragma once
+
+int CmdConfig(int argc, char** argv); // kelp config get|set|list|delete

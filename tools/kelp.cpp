@@ -20,6 +20,7 @@ int CmdVersion(int, char**) {
 
 const Command kCommands[] = {
     {"version", CmdVersion, "print the library's version"},
+    {"config", CmdConfig, "read and change settings (get, set, list, delete)"},
 };
 
 void Usage() {

@@ -8,3 +8,6 @@
 #include "kxbih.h"
 #include "kxconv.h"
 #include "version.h"
+#include "kelpcfg.h"
+#include "kelpcpu.h"
+#include "kelpthread.h"
