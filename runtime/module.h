@@ -18,6 +18,10 @@ struct GlobalEntry {
 // Process-wide objects of the subsystems, in the order of kGlobals.
 void ConstructDualVirtAllocators();
 void DestroyDualVirtAllocators();
+void ConstructHeapThreadSlot();
+void DestroyHeapThreadSlot();
+void ConstructBadAlloc();
+void DestroyBadAlloc();
 void ConstructCppAllocator();
 void DestroyCppAllocator();
 

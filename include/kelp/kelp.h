@@ -5,4 +5,5 @@
 #include "kelpdefs.h"
 #include "trace.h"
 #include "alloc.h"
+#include "mpheap.h"
 #include "version.h"
