@@ -40,11 +40,11 @@ static_assert(sizeof(BlockHeader) == 16, "block header");
 
 // A statistics counter. Those of the look-aside path are bumped outside any lock.
 class Counter {
-public:
+  public:
     void Bump() { m_value.fetch_add(1, std::memory_order_relaxed); }
     uint32_t Get() const { return m_value.load(std::memory_order_relaxed); }
 
-private:
+  private:
     std::atomic<uint32_t> m_value{0};
 };
 
@@ -174,7 +174,8 @@ int MpHeapDestroy(HMPHEAP heap) {
     const uint32_t n = set->count;
     set->count = 0;
     HeapRecord* recs = Records(set);
-    for (uint32_t i = 0; i < n; ++i) recs[i].Lock.Enter();
+    for (uint32_t i = 0; i < n; ++i)
+        recs[i].Lock.Enter();
     // The first heap goes last: it holds the set.
     int result = 1;
     for (uint32_t i = n; i-- > 0;) {
@@ -316,8 +317,8 @@ int MpHeapFree(HMPHEAP heap, void* p) {
         const uint32_t sizeClass = b->sizeClass;
         if (sizeClass > 0 && sizeClass < kClasses) {
             BlockHeader* empty = nullptr;
-            if (h->Lookaside[sizeClass].compare_exchange_strong(
-                    empty, b, std::memory_order_release, std::memory_order_relaxed)) {
+            if (h->Lookaside[sizeClass].compare_exchange_strong(empty, b, std::memory_order_release,
+                                                                std::memory_order_relaxed)) {
                 h->LookasideFreeCount.Bump();
                 return 1;
             }
@@ -453,7 +454,9 @@ void mpheap::ApplyFeatures(const Features& f) {
 
 // The thread slot is taken at load, where the system's services are first looked at;
 // until then every allocation waits for its lock and starts at the round-robin counter.
-void module::ConstructHeapThreadSlot() { mpheap::ApplyFeatures(mpheap::SystemFeatures()); }
+void module::ConstructHeapThreadSlot() {
+    mpheap::ApplyFeatures(mpheap::SystemFeatures());
+}
 void module::DestroyHeapThreadSlot() {
     mpheap::Features f = mpheap::CurrentFeatures();
     f.threadSlot = false;
@@ -473,7 +476,9 @@ uint32_t mpheap::SizeClassOf(const void* p) {
     return reinterpret_cast<const BlockHeader*>(uintptr_t(p) - sizeof(BlockHeader))->sizeClass;
 }
 
-uint32_t mpheap::HeapCount(HMPHEAP heap) { return heap ? static_cast<HeapSet*>(heap)->count : 0; }
+uint32_t mpheap::HeapCount(HMPHEAP heap) {
+    return heap ? static_cast<HeapSet*>(heap)->count : 0;
+}
 
 os::CriticalSection* mpheap::HeapLock(HMPHEAP heap, uint32_t i) {
     HeapSet* set = static_cast<HeapSet*>(heap);
@@ -484,7 +489,8 @@ uint32_t mpheap::PendingDelayedFrees(HMPHEAP heap) {
     HeapSet* set = static_cast<HeapSet*>(heap);
     uint32_t pending = 0;
     for (uint32_t i = 0; set && i < set->count; ++i)
-        for (BlockHeader* b = Records(set)[i].DelayedFreeList.load(); b; b = b->next) ++pending;
+        for (BlockHeader* b = Records(set)[i].DelayedFreeList.load(); b; b = b->next)
+            ++pending;
     return pending;
 }
 

@@ -17,7 +17,9 @@ std::atomic<HMPHEAP> g_hMpHeap{nullptr};
 alignas(bad_alloc) unsigned char g_badAllocStorage[sizeof(bad_alloc)];
 std::atomic<bad_alloc*> g_badAlloc{nullptr};
 
-void TraceNoHeap() { dbgPrintf(8, 2, L"**** operator new(): CMpHeap::m_hMpHeap == NULL\n"); }
+void TraceNoHeap() {
+    dbgPrintf(8, 2, L"**** operator new(): CMpHeap::m_hMpHeap == NULL\n");
+}
 
 } // namespace
 
@@ -36,9 +38,13 @@ int MpHeapEnd() {
     return 1;
 }
 
-HMPHEAP GetMPHeap() { return g_hMpHeap.load(std::memory_order_acquire); }
+HMPHEAP GetMPHeap() {
+    return g_hMpHeap.load(std::memory_order_acquire);
+}
 
-HMPHEAP mpheap::ExchangeLibraryHeap(HMPHEAP heap) { return g_hMpHeap.exchange(heap); }
+HMPHEAP mpheap::ExchangeLibraryHeap(HMPHEAP heap) {
+    return g_hMpHeap.exchange(heap);
+}
 
 // ---------------------------------------------------------------- new and delete
 
@@ -56,7 +62,9 @@ void* NewAlloc(size_t size) {
     return MpHeapAlloc(h, 0, HeapRequest(size));
 }
 
-void* NewAlloc(size_t size, const char*, int) { return NewAlloc(size); }
+void* NewAlloc(size_t size, const char*, int) {
+    return NewAlloc(size);
+}
 
 void* NewAlloc(size_t size, const nothrow_t&) {
     HMPHEAP h = GetMPHeap();
@@ -76,12 +84,18 @@ void NewFree(void* p) {
 // ---------------------------------------------------------------- bad_alloc
 
 bad_alloc::~bad_alloc() {}
-const char* bad_alloc::what() const noexcept { return m_text ? m_text : ""; }
-void bad_alloc::Raise() const { throw *this; }
+const char* bad_alloc::what() const noexcept {
+    return m_text ? m_text : "";
+}
+void bad_alloc::Raise() const {
+    throw *this;
+}
 
 // Outside the time the library is loaded the object does not exist, and the pointer
 // thrown is null.
-void ThrowBadAlloc() { throw g_badAlloc.load(); }
+void ThrowBadAlloc() {
+    throw g_badAlloc.load();
+}
 
 void module::ConstructBadAlloc() {
     g_badAlloc.store(new (g_badAllocStorage) bad_alloc("bad allocation"));

@@ -69,7 +69,7 @@ KELP_API HMPHEAP GetMPHeap();
 // The library's own exception for a missing heap. ThrowBadAlloc throws a POINTER to the
 // one process-wide object; catch it as kelp::bad_alloc*, std::exception* or void*.
 class KELP_API bad_alloc : public std::exception {
-public:
+  public:
     // The text is not copied: pass a string that lives as long as the object.
     explicit bad_alloc(const char* text) noexcept : m_text(text) {}
     ~bad_alloc() override;
@@ -77,7 +77,7 @@ public:
     // Throws a copy of this object by value.
     [[noreturn]] virtual void Raise() const;
 
-private:
+  private:
     const char* m_text;
 };
 
@@ -103,7 +103,7 @@ KELP_API void NewFree(void* p);
 // throws a kelp::bad_alloc*; use new (kelp::nothrow) T to get null instead. Types
 // aligned beyond 16 bytes cannot be made here (the aligned forms are deleted).
 class KELP_API CKELPHeapObject {
-public:
+  public:
     static void* operator new(size_t size) { return Checked(NewAlloc(size)); }
     static void* operator new[](size_t size) { return Checked(NewAlloc(size)); }
     static void* operator new(size_t size, const nothrow_t&) noexcept {
@@ -132,7 +132,7 @@ public:
     static void operator delete(void*, void*) noexcept {}
     static void operator delete[](void*, void*) noexcept {}
 
-private:
+  private:
     static void* Checked(void* p) {
         if (!p) ThrowBadAlloc();
         return p;

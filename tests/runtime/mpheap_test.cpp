@@ -26,27 +26,31 @@ std::vector<_MPHEAPSTAT> Stats(HMPHEAP h) {
 
 // Puts other system services in force for one test.
 class ScopedFeatures {
-public:
+  public:
     explicit ScopedFeatures(mpheap::Features f) : m_old(mpheap::CurrentFeatures()) {
         mpheap::ApplyFeatures(f);
     }
     ~ScopedFeatures() { mpheap::ApplyFeatures(m_old); }
 
-private:
+  private:
     mpheap::Features m_old;
 };
 
 // Holds locks of a heap set on another thread until released.
 class LockHolder {
-public:
+  public:
     LockHolder(HMPHEAP h, std::vector<uint32_t> heaps)
         : m_thread([this, h, heaps] {
-              for (uint32_t i : heaps) mpheap::HeapLock(h, i)->Enter();
+              for (uint32_t i : heaps)
+                  mpheap::HeapLock(h, i)->Enter();
               m_held.store(true);
-              while (!m_release.load()) std::this_thread::yield();
-              for (uint32_t i : heaps) mpheap::HeapLock(h, i)->Leave();
+              while (!m_release.load())
+                  std::this_thread::yield();
+              for (uint32_t i : heaps)
+                  mpheap::HeapLock(h, i)->Leave();
           }) {
-        while (!m_held.load()) std::this_thread::yield();
+        while (!m_held.load())
+            std::this_thread::yield();
     }
     void Release() {
         m_release.store(true);
@@ -54,7 +58,7 @@ public:
     }
     ~LockHolder() { Release(); }
 
-private:
+  private:
     std::atomic<bool> m_held{false}, m_release{false};
     std::thread m_thread;
 };
@@ -70,8 +74,14 @@ TEST(MpHeap, SizeClassesAndTheCacheEdge) {
         unsigned size;
         uint32_t sizeClass;
     };
-    const Case cases[] = {{0, 1},    {1, 2},    {8, 2},          {9, 3},
-                          {100, 14}, {2032, 255}, {2033, kNotCached}, {65536, kNotCached}};
+    const Case cases[] = {{0, 1},
+                          {1, 2},
+                          {8, 2},
+                          {9, 3},
+                          {100, 14},
+                          {2032, 255},
+                          {2033, kNotCached},
+                          {65536, kNotCached}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.size);
         HMPHEAP h = MpHeapCreate(0, 0, 1);
@@ -143,7 +153,8 @@ TEST(MpHeap, AllocationTakesAFreeHeapAndStaysThere) {
     }
     blocks.push_back(MpHeapAlloc(h, 0, 3000)); // no contention now: still heap 2
     EXPECT_EQ(mpheap::OwnerIndex(h, blocks.back()), 2u);
-    for (void* p : blocks) EXPECT_EQ(MpHeapFree(h, p), 1);
+    for (void* p : blocks)
+        EXPECT_EQ(MpHeapFree(h, p), 1);
     EXPECT_EQ(MpHeapDestroy(h), 1);
 }
 
@@ -179,10 +190,12 @@ TEST(MpHeap, WithoutTheThreadSlotAllocationsWalkTheHeapsInTurn) {
     HMPHEAP h = MpHeapCreate(0, 0, 3);
     ASSERT_TRUE(h);
     std::vector<void*> blocks;
-    for (int k = 0; k < 7; ++k) blocks.push_back(MpHeapAlloc(h, 0, 3000));
+    for (int k = 0; k < 7; ++k)
+        blocks.push_back(MpHeapAlloc(h, 0, 3000));
     for (size_t k = 1; k < blocks.size(); ++k)
         EXPECT_EQ(mpheap::OwnerIndex(h, blocks[k]), (mpheap::OwnerIndex(h, blocks[k - 1]) + 1) % 3);
-    for (void* p : blocks) EXPECT_EQ(MpHeapFree(h, p), 1);
+    for (void* p : blocks)
+        EXPECT_EQ(MpHeapFree(h, p), 1);
     EXPECT_EQ(MpHeapDestroy(h), 1);
 }
 
@@ -215,7 +228,8 @@ TEST(MpHeap, CreateAcceptsOnlyTheFlagMask) {
     MpHeapFree(h, p);
     unsigned char* q = static_cast<unsigned char*>(MpHeapAlloc(h, 0, 200));
     ASSERT_EQ(q, p);
-    for (int i = 0; i < 200; ++i) ASSERT_EQ(q[i], 0) << i;
+    for (int i = 0; i < 200; ++i)
+        ASSERT_EQ(q[i], 0) << i;
     MpHeapFree(h, q);
     EXPECT_EQ(MpHeapDestroy(h), 1);
 }
@@ -246,7 +260,8 @@ TEST(MpHeap, ReAllocKeepsContentsAndRewritesTheClass) {
     HMPHEAP h = MpHeapCreate(0, 0, 2);
     ASSERT_TRUE(h);
     unsigned char* p = static_cast<unsigned char*>(MpHeapAlloc(h, 0, 2032));
-    for (int i = 0; i < 2032; ++i) p[i] = uint8_t(i * 7);
+    for (int i = 0; i < 2032; ++i)
+        p[i] = uint8_t(i * 7);
     unsigned char* q = static_cast<unsigned char*>(MpHeapReAlloc(h, p, 5000));
     ASSERT_TRUE(q);
     EXPECT_EQ(mpheap::SizeClassOf(q), kNotCached);
@@ -254,7 +269,8 @@ TEST(MpHeap, ReAllocKeepsContentsAndRewritesTheClass) {
     ASSERT_TRUE(r);
     EXPECT_EQ(mpheap::SizeClassOf(r), 14u);
     EXPECT_EQ(MpHeapReAlloc(h, r, 0xFFFFFFFFu), nullptr); // fails; the block stands
-    for (int i = 0; i < 100; ++i) ASSERT_EQ(r[i], uint8_t(i * 7)) << i;
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(r[i], uint8_t(i * 7)) << i;
     EXPECT_EQ(MpHeapValidate(h, r), 1);
     EXPECT_EQ(MpHeapFree(h, r), 1);
     EXPECT_EQ(MpHeapDestroy(h), 1);
@@ -300,7 +316,8 @@ TEST(NewAlloc, ServesTheLibraryHeapAndAnswersNullForImpossibleSizes) {
     EXPECT_EQ(NewAlloc(SIZE_MAX, kelp::nothrow), nullptr);
     const std::wstring line = L"**** MpHeapAlloc(): HeapAlloc(4294967295 bytes failed)\n";
     EXPECT_EQ(kelptest::SinkText(8), line + line + line);
-    for (const auto& l : kelptest::SinkLines()) EXPECT_EQ(l.level, 2u);
+    for (const auto& l : kelptest::SinkLines())
+        EXPECT_EQ(l.level, 2u);
 
     HeapObject* o = new HeapObject;
     EXPECT_NE(mpheap::OwnerIndex(lib, o), 0xFFFFFFFFu);

@@ -22,10 +22,13 @@ struct Block {
     uint32_t id;
 };
 
-uint8_t PatternByte(uint32_t id, uint32_t i) { return uint8_t(id * 131u + i * 7u + (i >> 8)); }
+uint8_t PatternByte(uint32_t id, uint32_t i) {
+    return uint8_t(id * 131u + i * 7u + (i >> 8));
+}
 
 void Fill(const Block& b) {
-    for (uint32_t i = 0; i < b.size; ++i) b.p[i] = PatternByte(b.id, i);
+    for (uint32_t i = 0; i < b.size; ++i)
+        b.p[i] = PatternByte(b.id, i);
 }
 
 bool Intact(const Block& b) {
@@ -99,15 +102,20 @@ TEST(MpHeapThreads, BlocksFreedAcrossThreadsAreNeverLostDoubledOrDamaged) {
                     own.pop_back();
                 }
                 if (round % 16 == 0)
-                    for (const Block& r : boxes[t].TakeAll()) Release(r);
+                    for (const Block& r : boxes[t].TakeAll())
+                        Release(r);
             }
-            for (const Block& r : own) Release(r);
+            for (const Block& r : own)
+                Release(r);
         };
         std::vector<std::thread> threads;
-        for (int t = 0; t < kThreads; ++t) threads.emplace_back(Worker, t);
-        for (auto& th : threads) th.join();
+        for (int t = 0; t < kThreads; ++t)
+            threads.emplace_back(Worker, t);
+        for (auto& th : threads)
+            th.join();
         for (auto& box : boxes)
-            for (const Block& r : box.TakeAll()) Release(r);
+            for (const Block& r : box.TakeAll())
+                Release(r);
 
         EXPECT_EQ(totals.allocated.load(), uint32_t(kThreads * kRounds));
         EXPECT_EQ(totals.freed.load(), totals.allocated.load());
