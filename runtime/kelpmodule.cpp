@@ -1,4 +1,5 @@
 // The library's single constructor and teardown.
+#include <kelp/mpheap.h>
 #include <kelp/trace.h>
 
 #include <string>
@@ -17,7 +18,8 @@ const module::GlobalEntry kGlobals[] = {
     // codec registry: list, map and lock
     {"dual and page allocators", module::ConstructDualVirtAllocators,
      module::DestroyDualVirtAllocators},
-    // heap thread-local slot; bad_alloc object
+    {"heap thread-local slot", module::ConstructHeapThreadSlot, module::DestroyHeapThreadSlot},
+    {"bad_alloc object", module::ConstructBadAlloc, module::DestroyBadAlloc},
     // processor functions
     {"processor functions", module::ConstructEnhancedFunctions,
      module::DestroyEnhancedFunctions},
@@ -45,6 +47,10 @@ void StoreModuleIdentity() {
 }
 
 __attribute__((constructor)) void ModuleAttach() {
+    // The heap comes before everything else. A library whose heap cannot be made stays
+    // loaded here (a shared object cannot refuse to load): it runs without a heap, and
+    // every throwing NewAlloc traces and throws.
+    MpHeapInit();
     for (const auto& g : kGlobals)
         if (g.construct) g.construct();
     StoreModuleIdentity();
@@ -60,6 +66,7 @@ __attribute__((destructor)) void ModuleDetach() {
     delete g_modulePath;
     g_moduleFile = g_modulePath = nullptr;
     g_attached = false;
+    MpHeapEnd(); // last of all
 }
 
 } // namespace

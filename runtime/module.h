@@ -22,6 +22,10 @@ void DestroyDualVirtAllocators();
 // and the lock around both.
 void ConstructConversionGlobals();
 void DestroyConversionGlobals();
+void ConstructHeapThreadSlot();
+void DestroyHeapThreadSlot();
+void ConstructBadAlloc();
+void DestroyBadAlloc();
 void ConstructCppAllocator();
 void DestroyCppAllocator();
 // The settings store and its interface are made on first use (the processor functions
