@@ -16,6 +16,7 @@ const module::GlobalEntry kGlobals[] = {
     // first so that they end last
     {"settings store", nullptr, module::DestroySettings},
     // codec registry: list, map and lock
+    {"codec registry", module::ConstructCodecRegistry, module::DestroyCodecRegistry},
     {"dual and page allocators", module::ConstructDualVirtAllocators,
      module::DestroyDualVirtAllocators},
     {"heap thread-local slot", module::ConstructHeapThreadSlot, module::DestroyHeapThreadSlot},

@@ -155,5 +155,11 @@ std::string CutUtf8(const std::string& s, size_t maxBytes);
 int32_t InterlockedCompareExchange(volatile int32_t* dest, int32_t exchange, int32_t comparand);
 bool IsDirectory(const std::wstring& path);
 
+// ---- Codec registry
+// LoadModule that also tells why a module did not load: `error` gets a system error
+// number (that of opening the file, or ENOEXEC for a file the loader refused) and
+// `reason` the loader's own message. Both are cleared on success.
+KXMODULE LoadModuleReporting(const std::wstring& path, uint32_t* error, std::string* reason);
+
 } // namespace os
 } // namespace kelp

@@ -845,5 +845,24 @@ bool IsDirectory(const std::wstring& path) {
     return stat(ToUtf8(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+// ---------------------------------------------------------------- codec registry
+
+KXMODULE LoadModuleReporting(const std::wstring& path, uint32_t* error, std::string* reason) {
+    const std::string file = ToUtf8(path);
+    dlerror(); // clears an older message
+    void* module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (module) {
+        *error = 0;
+        reason->clear();
+        return module;
+    }
+    const char* text = dlerror();
+    *reason = text ? text : "";
+    // The loader keeps no error number; the file's own accessibility gives one.
+    *error = access(file.c_str(), R_OK) != 0 ? uint32_t(errno) : uint32_t(ENOEXEC);
+    SetLastError(*error);
+    return nullptr;
+}
+
 } // namespace os
 } // namespace kelp

@@ -16,6 +16,9 @@ struct GlobalEntry {
 };
 
 // Process-wide objects of the subsystems, in the order of kGlobals.
+// The codec registry: codec and plug-in lists, the count of managers and their lock.
+void ConstructCodecRegistry();
+void DestroyCodecRegistry();
 void ConstructDualVirtAllocators();
 void DestroyDualVirtAllocators();
 // The conversion manager's registry: the list of built-in stages, the count of managers

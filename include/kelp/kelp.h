@@ -7,6 +7,7 @@
 #include "alloc.h"
 #include "kxbih.h"
 #include "kxconv.h"
+#include "kxcodec.h"
 #include "mpheap.h"
 #include "version.h"
 #include "kelpcfg.h"
