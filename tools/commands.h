@@ -3,3 +3,5 @@
 #pragma once
 
 int CmdConfig(int argc, char** argv); // kelp config get|set|list|delete
+int CmdCodecs(int argc, char** argv);         // kelp codecs
+int CmdCodecRoundtrip(int argc, char** argv); // kelp codec-roundtrip IN.png --codec F OUT.png

@@ -21,6 +21,8 @@ int CmdVersion(int, char**) {
 const Command kCommands[] = {
     {"version", CmdVersion, "print the library's version"},
     {"config", CmdConfig, "read and change settings (get, set, list, delete)"},
+    {"codecs", CmdCodecs, "list the codec plug-ins and what they do"},
+    {"codec-roundtrip", CmdCodecRoundtrip, "compress and decompress a picture, print the PSNR"},
 };
 
 void Usage() {
