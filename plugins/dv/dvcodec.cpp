@@ -5,6 +5,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
+#include <libavutil/log.h>
 #include <libswscale/swscale.h>
 }
 
@@ -78,12 +79,17 @@ struct CompressSession {
     }
 };
 
+// The codec reports its failures by status; libavcodec's own messages about a damaged
+// frame go to its debug level instead of the host's standard error.
+constexpr int kQuietLogOffset = AV_LOG_DEBUG - AV_LOG_ERROR;
+
 AVCodecContext* OpenDecoder() {
     const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_DVVIDEO);
     if (!codec) return nullptr;
     AVCodecContext* ctx = avcodec_alloc_context3(codec);
     if (!ctx) return nullptr;
     ctx->thread_count = 1;
+    ctx->log_level_offset = kQuietLogOffset;
     if (avcodec_open2(ctx, codec, nullptr) < 0) avcodec_free_context(&ctx);
     return ctx;
 }
@@ -99,6 +105,7 @@ AVCodecContext* OpenEncoder(const Variant& v) {
     ctx->time_base = AVRational{v.rateDen, v.rateNum};
     ctx->framerate = AVRational{v.rateNum, v.rateDen};
     ctx->thread_count = 1;
+    ctx->log_level_offset = kQuietLogOffset;
     if (avcodec_open2(ctx, codec, nullptr) < 0) avcodec_free_context(&ctx);
     return ctx;
 }
