@@ -31,7 +31,7 @@ struct Frame {
 };
 
 void BM_ConvertIdentityShared(benchmark::State& state) {
-    Frame f(1920, 1080);
+    Frame f(int32_t(state.range(0)), int32_t(state.range(1)));
     kelp::IConversionManager* cm = KXCONVCreateConversionManager();
     cm->Init(0x10002, 0);
     kelp::CCppAllocator a;
@@ -44,7 +44,7 @@ void BM_ConvertIdentityShared(benchmark::State& state) {
     }
     cm->Release();
 }
-BENCHMARK(BM_ConvertIdentityShared);
+BENCHMARK(BM_ConvertIdentityShared)->Args({4, 4})->Args({1920, 1080});
 
 void BM_ConvertIdentityCopy(benchmark::State& state) {
     Frame f(1920, 1080);
