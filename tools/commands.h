@@ -5,3 +5,5 @@
 int CmdConfig(int argc, char** argv); // kelp config get|set|list|delete
 int CmdCodecs(int argc, char** argv);         // kelp codecs
 int CmdCodecRoundtrip(int argc, char** argv); // kelp codec-roundtrip IN.png --codec F OUT.png
+// kelp demo [--out DIR]: a generated image through the conversion manager.
+int CmdDemo(int argc, char** argv);

@@ -23,6 +23,7 @@ const Command kCommands[] = {
     {"config", CmdConfig, "read and change settings (get, set, list, delete)"},
     {"codecs", CmdCodecs, "list the codec plug-ins and what they do"},
     {"codec-roundtrip", CmdCodecRoundtrip, "compress and decompress a picture, print the PSNR"},
+    {"demo", CmdDemo, "a generated image through the conversion manager [--out DIR]"},
 };
 
 void Usage() {
