@@ -7,9 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <random>
-#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "cfgtemp.h"
 #include "runtime/kelpos.h"
@@ -138,4 +140,29 @@ TEST(CfgProcess, WriterKilledMidWriteLosesNothingCommitted) {
         EXPECT_TRUE(cfg.ReadSettingInt("After", ("Round" + std::to_string(round)).c_str(), v));
         EXPECT_EQ(v, round);
     }
+}
+
+TEST(CfgProcess, ThreadsOfOneProcessWritingAtOnceKeepEveryKey) {
+    kelptest::TempSettings temp;
+    kelp::IKELPCfg& cfg = kelp::KELPGetCfg(false);
+    std::vector<std::thread> threads;
+    std::atomic<int> failed{0};
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&cfg, &failed, t] {
+            std::string section = "Thread" + std::to_string(t);
+            for (int i = 0; i < 50; ++i) {
+                std::string key = "key" + std::to_string(i);
+                if (!cfg.WriteSettingInt64(section.c_str(), key.c_str(), int64_t(t) << 32 | i))
+                    ++failed;
+                int64_t v = -1;
+                if (!cfg.ReadSettingInt64(section.c_str(), key.c_str(), v) ||
+                    v != (int64_t(t) << 32 | i))
+                    ++failed;
+            }
+        });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(failed.load(), 0);
+    for (int t = 0; t < 4; ++t)
+        EXPECT_EQ(CountIn(cfg, ("Thread" + std::to_string(t)).c_str()), 50);
 }
