@@ -21,7 +21,7 @@ bool CWin32EnhancedFunctions::m_fUseMMX = true;
 bool CWin32EnhancedFunctions::m_fUseSSE = true;
 int (*CWin32EnhancedFunctions::m_pfnTryEnterCriticalSection)(void*) = nullptr;
 int32_t (*CWin32EnhancedFunctions::m_pfnInterlockedCompareExchange)(volatile int32_t*, int32_t,
-                                                                   int32_t) = nullptr;
+                                                                    int32_t) = nullptr;
 
 namespace {
 
@@ -92,16 +92,36 @@ bool CWin32EnhancedFunctions::HasAVX2() {
     return m_fHasAVX2;
 }
 
-bool IsWindows95() { return CWin32EnhancedFunctions::Is95(); }
-bool IsNT() { return CWin32EnhancedFunctions::IsNT(); }
-bool IsMMXCPU() { return CWin32EnhancedFunctions::HasMMX(); }
-bool IsSSECPU() { return CWin32EnhancedFunctions::HasSSE(); }
-bool IsSSE2CPU() { return CWin32EnhancedFunctions::HasSSE2(); }
-bool IsAVX2CPU() { return CWin32EnhancedFunctions::HasAVX2(); }
-bool UseMMX() { return CWin32EnhancedFunctions::UseMMX(); }
-bool UseSSE() { return CWin32EnhancedFunctions::UseSSE(); }
-bool UseSSE2() { return CWin32EnhancedFunctions::UseSSE2(); }
-bool UseAVX2() { return CWin32EnhancedFunctions::UseAVX2(); }
+bool IsWindows95() {
+    return CWin32EnhancedFunctions::Is95();
+}
+bool IsNT() {
+    return CWin32EnhancedFunctions::IsNT();
+}
+bool IsMMXCPU() {
+    return CWin32EnhancedFunctions::HasMMX();
+}
+bool IsSSECPU() {
+    return CWin32EnhancedFunctions::HasSSE();
+}
+bool IsSSE2CPU() {
+    return CWin32EnhancedFunctions::HasSSE2();
+}
+bool IsAVX2CPU() {
+    return CWin32EnhancedFunctions::HasAVX2();
+}
+bool UseMMX() {
+    return CWin32EnhancedFunctions::UseMMX();
+}
+bool UseSSE() {
+    return CWin32EnhancedFunctions::UseSSE();
+}
+bool UseSSE2() {
+    return CWin32EnhancedFunctions::UseSSE2();
+}
+bool UseAVX2() {
+    return CWin32EnhancedFunctions::UseAVX2();
+}
 
 // ---------------------------------------------------------------- processor count
 
@@ -141,7 +161,8 @@ uint32_t CountPhysical(uint32_t* logicalOut) {
     *logicalOut = logical;
 
     uint32_t apicMask = 255;
-    for (uint32_t i = 1; i < logical; i *= 2) apicMask *= 2;
+    for (uint32_t i = 1; i < logical; i *= 2)
+        apicMask *= 2;
 
     uint64_t processMask = 0, systemMask = 0;
     if (!os::GetAffinityMasks(&processMask, &systemMask)) return physical;

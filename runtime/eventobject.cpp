@@ -46,7 +46,8 @@ void* OpenEvent(const wchar_t* name, bool manualReset) {
     if (!name || !*name || !t) return new (std::nothrow) EventObject(manualReset);
     t->lock.Enter();
     EventObject* e = t->head;
-    while (e && e->name != name) e = e->next;
+    while (e && e->name != name)
+        e = e->next;
     if (e) {
         ++e->refs;
     } else if ((e = new (std::nothrow) EventObject(manualReset)) != nullptr) {
@@ -75,7 +76,8 @@ bool CloseEvent(void* handle) {
     bool last = --e->refs == 0;
     if (last) {
         EventObject** link = &t->head;
-        while (*link && *link != e) link = &(*link)->next;
+        while (*link && *link != e)
+            link = &(*link)->next;
         if (*link) *link = e->next;
     }
     t->lock.Leave();
@@ -88,7 +90,9 @@ os::Event* EventOf(void* handle) {
     return e ? &e->event : nullptr;
 }
 
-void module::ConstructEventNames() { g_names = new (g_namesStorage) NameTable(); }
+void module::ConstructEventNames() {
+    g_names = new (g_namesStorage) NameTable();
+}
 
 // Events still open keep their objects; they are freed by their last handle.
 void module::DestroyEventNames() {

@@ -13,7 +13,7 @@ namespace {
 
 // Passes every operation to the store; true if the store's answer is not 0.
 class CKELPCfg : public IKELPCfg {
-public:
+  public:
     explicit CKELPCfg(CStoreFile* store) : m_pStore(store) {}
     ~CKELPCfg() {}
 
@@ -121,7 +121,7 @@ public:
         return m_pStore->GetSettingSize(s, k, f) > 0;
     }
 
-private:
+  private:
     CStoreFile* m_pStore; // not owned
 };
 
@@ -144,7 +144,8 @@ void MakeObjects() {
         g_state.store(kMade, std::memory_order_release);
         return;
     }
-    while (g_state.load(std::memory_order_acquire) != kMade) os::YieldThread();
+    while (g_state.load(std::memory_order_acquire) != kMade)
+        os::YieldThread();
 }
 
 } // namespace

@@ -20,10 +20,18 @@ static os::CriticalSection* Cs(unsigned char* storage) {
     return reinterpret_cast<os::CriticalSection*>(storage);
 }
 
-CKELPCritSec::CKELPCritSec() { new (m_cs) os::CriticalSection(); }
-CKELPCritSec::~CKELPCritSec() { Cs(m_cs)->~CriticalSection(); }
-void CKELPCritSec::Lock() { Cs(m_cs)->Enter(); }
-void CKELPCritSec::Unlock() { Cs(m_cs)->Leave(); }
+CKELPCritSec::CKELPCritSec() {
+    new (m_cs) os::CriticalSection();
+}
+CKELPCritSec::~CKELPCritSec() {
+    Cs(m_cs)->~CriticalSection();
+}
+void CKELPCritSec::Lock() {
+    Cs(m_cs)->Enter();
+}
+void CKELPCritSec::Unlock() {
+    Cs(m_cs)->Leave();
+}
 
 // ---------------------------------------------------------------- CKELPEvent
 
@@ -50,7 +58,9 @@ bool CKELPEvent::Wait(uint32_t ms) {
 
 static_assert(KX_INFINITE == os::kInfinite, "one infinite wait");
 
-static os::ThreadHandle* Th(KXHANDLE h) { return static_cast<os::ThreadHandle*>(h); }
+static os::ThreadHandle* Th(KXHANDLE h) {
+    return static_cast<os::ThreadHandle*>(h);
+}
 
 CKELPThread::CKELPThread()
     : m_hThread(nullptr), m_EventRequest(true), m_EventReply(false), m_dwRequestParam(0),

@@ -34,14 +34,21 @@ bool Is32(uint32_t t) {
     return t == KXCFG_INT || t == KXCFG_BOOL || t == KXCFG_UINT || t == KXCFG_DWORD ||
            t == KXCFG_COLOR;
 }
-bool Is64(uint32_t t) { return t == KXCFG_INT64 || t == KXCFG_UINT64; }
-bool IsText(uint32_t t) { return t == KXCFG_STRING || t == KXCFG_STRINGA || t == KXCFG_PATH; }
-bool IsInteger(uint32_t t) { return Is32(t) || Is64(t); }
+bool Is64(uint32_t t) {
+    return t == KXCFG_INT64 || t == KXCFG_UINT64;
+}
+bool IsText(uint32_t t) {
+    return t == KXCFG_STRING || t == KXCFG_STRINGA || t == KXCFG_PATH;
+}
+bool IsInteger(uint32_t t) {
+    return Is32(t) || Is64(t);
+}
 
 // ---- little-endian records
 
 void Put32(std::string& s, uint32_t v) {
-    for (int k = 0; k < 4; ++k) s += char((v >> (8 * k)) & 0xFF);
+    for (int k = 0; k < 4; ++k)
+        s += char((v >> (8 * k)) & 0xFF);
 }
 void Put16(std::string& s, uint16_t v) {
     s += char(v & 0xFF);
@@ -49,7 +56,8 @@ void Put16(std::string& s, uint16_t v) {
 }
 uint32_t Get32(const std::string& s, size_t at) {
     uint32_t v = 0;
-    for (int k = 0; k < 4; ++k) v |= uint32_t(uint8_t(s[at + k])) << (8 * k);
+    for (int k = 0; k < 4; ++k)
+        v |= uint32_t(uint8_t(s[at + k])) << (8 * k);
     return v;
 }
 uint16_t Get16(const std::string& s, size_t at) {
@@ -98,10 +106,12 @@ std::string PackFont(const KXLOGFONTW& f) {
     Put32(s, uint32_t(f.lfEscapement));
     Put32(s, uint32_t(f.lfOrientation));
     Put32(s, uint32_t(f.lfWeight));
-    const uint8_t bytes[8] = {f.lfItalic,       f.lfUnderline,     f.lfStrikeOut, f.lfCharSet,
-                              f.lfOutPrecision, f.lfClipPrecision, f.lfQuality,   f.lfPitchAndFamily};
+    const uint8_t bytes[8] = {f.lfItalic,  f.lfUnderline,     f.lfStrikeOut,
+                              f.lfCharSet, f.lfOutPrecision,  f.lfClipPrecision,
+                              f.lfQuality, f.lfPitchAndFamily};
     s.append(reinterpret_cast<const char*>(bytes), 8);
-    for (int k = 0; k < KX_LF_FACESIZE; ++k) Put32(s, uint32_t(f.lfFaceName[k]));
+    for (int k = 0; k < KX_LF_FACESIZE; ++k)
+        Put32(s, uint32_t(f.lfFaceName[k]));
     return s;
 }
 bool UnpackFont(const std::string& s, KXLOGFONTW* f) {
@@ -111,17 +121,20 @@ bool UnpackFont(const std::string& s, KXLOGFONTW* f) {
     f->lfEscapement = int32_t(Get32(s, 8));
     f->lfOrientation = int32_t(Get32(s, 12));
     f->lfWeight = int32_t(Get32(s, 16));
-    uint8_t* b[8] = {&f->lfItalic,       &f->lfUnderline,     &f->lfStrikeOut, &f->lfCharSet,
-                     &f->lfOutPrecision, &f->lfClipPrecision, &f->lfQuality,   &f->lfPitchAndFamily};
-    for (int k = 0; k < 8; ++k) *b[k] = uint8_t(s[20 + k]);
-    for (int k = 0; k < KX_LF_FACESIZE; ++k) f->lfFaceName[k] = wchar_t(Get32(s, 28 + 4 * k));
+    uint8_t* b[8] = {&f->lfItalic,  &f->lfUnderline,     &f->lfStrikeOut,
+                     &f->lfCharSet, &f->lfOutPrecision,  &f->lfClipPrecision,
+                     &f->lfQuality, &f->lfPitchAndFamily};
+    for (int k = 0; k < 8; ++k)
+        *b[k] = uint8_t(s[20 + k]);
+    for (int k = 0; k < KX_LF_FACESIZE; ++k)
+        f->lfFaceName[k] = wchar_t(Get32(s, 28 + 4 * k));
     return true;
 }
 
 // ---- one connection, for one operation
 
 class Statement {
-public:
+  public:
     Statement(sqlite3* db, const char* sql) {
         m_rc = sqlite3_prepare_v2(db, sql, -1, &m_stmt, nullptr);
     }
@@ -134,7 +147,7 @@ public:
     void BindText(int i, const char* s) { sqlite3_bind_text(m_stmt, i, s, -1, SQLITE_STATIC); }
     int Step() { return sqlite3_step(m_stmt); }
 
-private:
+  private:
     sqlite3_stmt* m_stmt = nullptr;
     int m_rc;
 };
@@ -142,7 +155,7 @@ private:
 enum class Kind { Store, Empty, Foreign, Damaged, Failed };
 
 class Connection {
-public:
+  public:
     ~Connection() {
         if (m_db) sqlite3_close(m_db);
     }
@@ -180,7 +193,7 @@ public:
         return sqlite3_column_int(*objects, 0) == 0 ? Kind::Empty : Kind::Foreign;
     }
 
-private:
+  private:
     bool Open(const std::string& path, int flags) {
         if (m_db) sqlite3_close(m_db);
         m_db = nullptr;
@@ -190,8 +203,18 @@ private:
             m_db = nullptr;
             return false;
         }
-        sqlite3_busy_timeout(m_db, CStoreFile::kBusyTimeoutMs);
+        sqlite3_busy_handler(m_db, &Connection::Busy, this);
         return true;
+    }
+    // Another process holds the file: look again every millisecond, so that a writer
+    // gets its turn soon after the other's commit, up to the time-out.
+    static int Busy(void* self, int count) {
+        Connection* c = static_cast<Connection*>(self);
+        uint32_t now = os::GetTickCount();
+        if (count == 0) c->m_busySince = now;
+        if (now - c->m_busySince >= uint32_t(CStoreFile::kBusyTimeoutMs)) return 0;
+        os::Sleep(1);
+        return 1;
     }
     static Kind KindOf(int rc) {
         rc &= 0xFF;
@@ -201,6 +224,7 @@ private:
     }
 
     sqlite3* m_db = nullptr;
+    uint32_t m_busySince = 0;
 };
 
 // The value's form as a read gives it, for EnumSettings and GetSettingSize.
@@ -239,7 +263,9 @@ ReadForm FormOf(uint32_t type, int64_t i, const std::string& raw) {
     return f;
 }
 
-bool ValidName(const char* section, const char* key) { return section && key; }
+bool ValidName(const char* section, const char* key) {
+    return section && key;
+}
 
 } // namespace
 
@@ -278,8 +304,7 @@ std::wstring CStoreFile::TargetFor(bool* makeDirectory) const {
 
 namespace {
 // Reports once per target that the file is left alone.
-void ReportForeign(const std::wstring& path, Kind kind, os::CriticalSection& lock,
-                   bool& reported) {
+void ReportForeign(const std::wstring& path, Kind kind, os::CriticalSection& lock, bool& reported) {
     lock.Enter();
     bool first = !reported;
     reported = true;
@@ -342,16 +367,14 @@ bool CStoreFile::Write(const char* section, const char* key, const Value& v) {
             ReportForeign(path, rc == SQLITE_CORRUPT ? Kind::Damaged : Kind::Foreign, m_lock,
                           m_reportedForeign);
         else
-            dbgPrintf(8, 2, L"CStoreFile: cannot write '%s': %hs\r\n", path.c_str(),
-                      c.ErrorText());
+            dbgPrintf(8, 2, L"CStoreFile: cannot write '%s': %hs\r\n", path.c_str(), c.ErrorText());
         return false;
     }
     bool ok = false;
     Kind kind = c.Identify();
     if (kind == Kind::Empty) {
         std::string mark = "PRAGMA application_id=" + std::to_string(kApplicationId);
-        ok = c.Exec(mark.c_str()) == SQLITE_OK &&
-             c.Exec(kCreateTable) == SQLITE_OK;
+        ok = c.Exec(mark.c_str()) == SQLITE_OK && c.Exec(kCreateTable) == SQLITE_OK;
     } else if (kind == Kind::Store) {
         ok = c.Exec(kCreateTable) == SQLITE_OK;
     } else if (kind == Kind::Foreign || kind == Kind::Damaged) {
@@ -503,8 +526,7 @@ int CStoreFile::ReadSettingFont(const char* section, const char* key, KXLOGFONTW
     value = f;
     return 1;
 }
-int CStoreFile::ReadSettingBin(const char* section, const char* key, void* buffer,
-                               uint32_t size) {
+int CStoreFile::ReadSettingBin(const char* section, const char* key, void* buffer, uint32_t size) {
     Value v;
     if (!Read(section, key, &v) || v.type != KXCFG_BIN) return 0;
     if (v.bytes.size() > size || (!buffer && !v.bytes.empty())) return 0;
@@ -616,7 +638,9 @@ int CStoreFile::DeleteSetting(const char* section, const char* key, uint32_t) {
     return Delete(section, key);
 }
 
-int CStoreFile::DeleteKey(const char* section) { return Delete(section, nullptr); }
+int CStoreFile::DeleteKey(const char* section) {
+    return Delete(section, nullptr);
+}
 
 int CStoreFile::QueryKey(const char* section) {
     if (!section) return 0;

@@ -19,7 +19,7 @@
 namespace kelp {
 
 class CStoreFile {
-public:
+  public:
     explicit CStoreFile(const wchar_t* path = nullptr);
     ~CStoreFile();
     CStoreFile(const CStoreFile&) = delete;
@@ -73,7 +73,7 @@ public:
     // How long a write waits for another process's write, in milliseconds.
     static constexpr int kBusyTimeoutMs = 30000;
 
-private:
+  private:
     struct Value;
     bool Read(const char* section, const char* key, Value* out);
     bool Write(const char* section, const char* key, const Value& v);

@@ -48,7 +48,9 @@ void RegisterThread(os::ThreadHandle* t, const wchar_t* name) {
     }
 }
 
-void module::ConstructThreadHook() { g_hook = new (g_hookStorage) HookRecord(); }
+void module::ConstructThreadHook() {
+    g_hook = new (g_hookStorage) HookRecord();
+}
 
 void module::DestroyThreadHook() {
     if (!g_hook) return;

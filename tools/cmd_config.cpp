@@ -15,24 +15,24 @@
 namespace {
 
 void ConfigUsage() {
-    std::fprintf(stderr,
-                 "usage: kelp config get SECTION KEY\n"
-                 "       kelp config set SECTION KEY VALUE [--type TYPE]\n"
-                 "       kelp config list [SECTION]\n"
-                 "       kelp config delete SECTION [KEY]\n"
-                 "\n"
-                 "TYPE is one of: int int64 uint uint64 dword bool color string stringa path\n"
-                 "guid bin rect font (default: string). Values are written as:\n"
-                 "  integers  decimal, or hex with 0x       bool   true/false, yes/no, on/off, 1/0\n"
-                 "  guid      {8-4-4-4-12 hex digits}       bin    hex digits, two per byte\n"
-                 "  rect      left,top,right,bottom\n"
-                 "  font      height,width,escapement,orientation,weight,italic,underline,\n"
-                 "            strikeout,charset,outprecision,clipprecision,quality,\n"
-                 "            pitchandfamily,facename\n"
-                 "\n"
-                 "The settings file is $XDG_CONFIG_HOME/kelp/KELP.VST (default\n"
-                 "~/.config/kelp/KELP.VST), or the site file that KELP_SITE_FILE names or\n"
-                 "that file remembers.\n");
+    std::fprintf(
+        stderr, "usage: kelp config get SECTION KEY\n"
+                "       kelp config set SECTION KEY VALUE [--type TYPE]\n"
+                "       kelp config list [SECTION]\n"
+                "       kelp config delete SECTION [KEY]\n"
+                "\n"
+                "TYPE is one of: int int64 uint uint64 dword bool color string stringa path\n"
+                "guid bin rect font (default: string). Values are written as:\n"
+                "  integers  decimal, or hex with 0x       bool   true/false, yes/no, on/off, 1/0\n"
+                "  guid      {8-4-4-4-12 hex digits}       bin    hex digits, two per byte\n"
+                "  rect      left,top,right,bottom\n"
+                "  font      height,width,escapement,orientation,weight,italic,underline,\n"
+                "            strikeout,charset,outprecision,clipprecision,quality,\n"
+                "            pitchandfamily,facename\n"
+                "\n"
+                "The settings file is $XDG_CONFIG_HOME/kelp/KELP.VST (default\n"
+                "~/.config/kelp/KELP.VST), or the site file that KELP_SITE_FILE names or\n"
+                "that file remembers.\n");
 }
 
 // ---- text: the tool converts wide text to UTF-8 and back itself, locale or not
@@ -65,8 +65,11 @@ bool Wide(const std::string& s, std::wstring* out) {
     out->clear();
     for (size_t i = 0; i < s.size();) {
         uint8_t b = uint8_t(s[i]);
-        int extra = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2
-                                 : (b & 0xF8) == 0xF0 ? 3 : -1;
+        int extra = b < 0x80             ? 0
+                    : (b & 0xE0) == 0xC0 ? 1
+                    : (b & 0xF0) == 0xE0 ? 2
+                    : (b & 0xF8) == 0xF0 ? 3
+                                         : -1;
         if (extra < 0 || s.size() - i <= size_t(extra)) return false;
         uint32_t c = extra == 0 ? b : b & (0x3F >> extra);
         for (int k = 1; k <= extra; ++k) {
@@ -98,13 +101,11 @@ struct TypeName {
     uint32_t type;
 };
 const TypeName kTypes[] = {
-    {"int", kelp::KXCFG_INT},         {"int64", kelp::KXCFG_INT64},
-    {"bool", kelp::KXCFG_BOOL},       {"string", kelp::KXCFG_STRING},
-    {"stringa", kelp::KXCFG_STRINGA}, {"path", kelp::KXCFG_PATH},
-    {"guid", kelp::KXCFG_GUID},       {"bin", kelp::KXCFG_BIN},
-    {"color", kelp::KXCFG_COLOR},     {"font", kelp::KXCFG_FONT},
-    {"rect", kelp::KXCFG_RECT},       {"uint", kelp::KXCFG_UINT},
-    {"uint64", kelp::KXCFG_UINT64},   {"dword", kelp::KXCFG_DWORD},
+    {"int", kelp::KXCFG_INT},       {"int64", kelp::KXCFG_INT64},     {"bool", kelp::KXCFG_BOOL},
+    {"string", kelp::KXCFG_STRING}, {"stringa", kelp::KXCFG_STRINGA}, {"path", kelp::KXCFG_PATH},
+    {"guid", kelp::KXCFG_GUID},     {"bin", kelp::KXCFG_BIN},         {"color", kelp::KXCFG_COLOR},
+    {"font", kelp::KXCFG_FONT},     {"rect", kelp::KXCFG_RECT},       {"uint", kelp::KXCFG_UINT},
+    {"uint64", kelp::KXCFG_UINT64}, {"dword", kelp::KXCFG_DWORD},
 };
 
 const char* NameOfType(uint32_t type) {
@@ -175,9 +176,10 @@ std::string Format(uint32_t type, const void* data, uint32_t size) {
         if (size != sizeof(kelp::KXGUID)) break;
         kelp::KXGUID g;
         std::memcpy(&g, data, sizeof g);
-        std::snprintf(buf, sizeof buf, "{%08" PRIX32 "-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
-                      g.Data1, unsigned(g.Data2), unsigned(g.Data3), g.Data4[0], g.Data4[1],
-                      g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
+        std::snprintf(buf, sizeof buf,
+                      "{%08" PRIX32 "-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", g.Data1,
+                      unsigned(g.Data2), unsigned(g.Data3), g.Data4[0], g.Data4[1], g.Data4[2],
+                      g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
         return buf;
     }
     case kelp::KXCFG_RECT: {
@@ -261,10 +263,9 @@ bool ParseHexBytes(const std::string& s, std::vector<unsigned char>* out) {
 
 bool ParseGuid(std::string s, kelp::KXGUID* g) {
     if (s.size() == 38 && s.front() == '{' && s.back() == '}') s = s.substr(1, 36);
-    if (s.size() != 36 || s[8] != '-' || s[13] != '-' || s[18] != '-' || s[23] != '-')
-        return false;
-    std::string digits = s.substr(0, 8) + s.substr(9, 4) + s.substr(14, 4) + s.substr(19, 4) +
-                         s.substr(24, 12);
+    if (s.size() != 36 || s[8] != '-' || s[13] != '-' || s[18] != '-' || s[23] != '-') return false;
+    std::string digits =
+        s.substr(0, 8) + s.substr(9, 4) + s.substr(14, 4) + s.substr(19, 4) + s.substr(24, 12);
     std::vector<unsigned char> b;
     if (!ParseHexBytes(digits, &b) || b.size() != 16) return false;
     g->Data1 = uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3];
@@ -315,10 +316,11 @@ bool ParseFont(const std::string& s, kelp::KXLOGFONTW* lf) {
     lf->lfEscapement = int32_t(n[2]);
     lf->lfOrientation = int32_t(n[3]);
     lf->lfWeight = int32_t(n[4]);
-    uint8_t* fields[8] = {&lf->lfItalic,       &lf->lfUnderline,     &lf->lfStrikeOut,
-                          &lf->lfCharSet,      &lf->lfOutPrecision,  &lf->lfClipPrecision,
-                          &lf->lfQuality,      &lf->lfPitchAndFamily};
-    for (int i = 0; i < 8; ++i) *fields[i] = uint8_t(b[i]);
+    uint8_t* fields[8] = {&lf->lfItalic,  &lf->lfUnderline,     &lf->lfStrikeOut,
+                          &lf->lfCharSet, &lf->lfOutPrecision,  &lf->lfClipPrecision,
+                          &lf->lfQuality, &lf->lfPitchAndFamily};
+    for (int i = 0; i < 8; ++i)
+        *fields[i] = uint8_t(b[i]);
     std::memcpy(lf->lfFaceName, face.c_str(), (face.size() + 1) * sizeof(wchar_t));
     return true;
 }
@@ -494,8 +496,8 @@ int List(int argc, char** argv) {
     }
     for (const auto& e : all)
         if (argc < 3 || EqualNoCase(e.section, argv[2]))
-            std::printf("%s\\%s (%s) = %s\n", e.section.c_str(), e.key.c_str(),
-                        NameOfType(e.type), e.value.c_str());
+            std::printf("%s\\%s (%s) = %s\n", e.section.c_str(), e.key.c_str(), NameOfType(e.type),
+                        e.value.c_str());
     return 0;
 }
 

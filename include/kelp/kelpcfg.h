@@ -104,7 +104,7 @@ typedef int (*KXCFGENUMPROC)(const char* name, uint32_t type, const void* data, 
                              uint32_t user);
 
 class KELP_API IKELPCfg {
-public:
+  public:
     // Text buffers are counted in characters, the terminator included; binary
     // buffers in bytes (a shorter value fills the front of the buffer).
     virtual bool ReadSettingInt(const char* section, const char* key, int& value) = 0;
@@ -131,18 +131,15 @@ public:
     virtual bool WriteSettingInt(const char* section, const char* key, int value) = 0;
     virtual bool WriteSettingInt64(const char* section, const char* key, int64_t value) = 0;
     virtual bool WriteSettingBool(const char* section, const char* key, int value) = 0;
-    virtual bool WriteSettingString(const char* section, const char* key,
-                                    const wchar_t* value) = 0;
-    virtual bool WriteSettingStringA(const char* section, const char* key,
-                                     const char* value) = 0;
+    virtual bool WriteSettingString(const char* section, const char* key, const wchar_t* value) = 0;
+    virtual bool WriteSettingStringA(const char* section, const char* key, const char* value) = 0;
     virtual bool WriteSettingStringW(const char* section, const char* key,
                                      const wchar_t* value) = 0;
     virtual bool WriteSettingPath(const char* section, const char* key, const wchar_t* value) = 0;
     virtual bool WriteSettingGUID(const char* section, const char* key, const KXGUID& value) = 0;
     virtual bool WriteSettingBin(const char* section, const char* key, const void* buffer,
                                  uint32_t size) = 0;
-    virtual bool WriteSettingColor(const char* section, const char* key,
-                                   const uint32_t& value) = 0;
+    virtual bool WriteSettingColor(const char* section, const char* key, const uint32_t& value) = 0;
     virtual bool WriteSettingFont(const char* section, const char* key,
                                   const KXLOGFONTW& value) = 0;
     virtual bool WriteSettingRect(const char* section, const char* key, const KXRECT& value) = 0;
@@ -162,7 +159,7 @@ public:
     // True if the setting exists with a size above 0. `flags` is reserved: pass 0.
     virtual bool GetSettingSize(const char* section, const char* key, uint32_t flags) = 0;
 
-protected:
+  protected:
     ~IKELPCfg() {}
 };
 

@@ -9,7 +9,7 @@
 namespace kelp {
 
 class KELP_API CWin32EnhancedFunctions {
-public:
+  public:
     CWin32EnhancedFunctions();
 
     // Probes the system and processor and reads the two settings. Runs once at load;

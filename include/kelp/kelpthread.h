@@ -14,7 +14,7 @@ constexpr uint32_t KX_INFINITE = 0xFFFFFFFFu;
 
 // A recursive lock: the thread that holds it may take it again.
 class KELP_API CKELPCritSec {
-public:
+  public:
     CKELPCritSec();
     ~CKELPCritSec();
     CKELPCritSec(const CKELPCritSec&) = delete;
@@ -22,13 +22,13 @@ public:
     void Lock();
     void Unlock();
 
-private:
+  private:
     alignas(16) unsigned char m_cs[64];
 };
 
 // Holds a lock from its constructor to its destructor.
 class KELP_API CKELPAutoLock {
-public:
+  public:
     explicit CKELPAutoLock(CKELPCritSec* lock) : m_pLock(lock) {
         if (m_pLock) m_pLock->Lock();
     }
@@ -38,7 +38,7 @@ public:
     CKELPAutoLock(const CKELPAutoLock&) = delete;
     CKELPAutoLock& operator=(const CKELPAutoLock&) = delete;
 
-private:
+  private:
     CKELPCritSec* m_pLock;
 };
 
@@ -47,7 +47,7 @@ private:
 // are one event, within this process only; the manual-reset choice of the first one
 // made stands.
 class KELP_API CKELPEvent {
-public:
+  public:
     explicit CKELPEvent(bool manualReset);
     CKELPEvent(const wchar_t* name, bool manualReset);
     ~CKELPEvent();
@@ -62,7 +62,7 @@ public:
     bool Wait(uint32_t ms);
     bool Check() { return Wait(0); }
 
-private:
+  private:
     KXHANDLE m_hEvent;
 };
 
@@ -72,7 +72,7 @@ private:
 // values, among them the one that makes ThreadProc return; its destructor should
 // bring the worker to an end and Close it, since the worker runs its ThreadProc.
 class KELP_API CKELPThread {
-public:
+  public:
     CKELPThread();
     virtual ~CKELPThread();
     CKELPThread(const CKELPThread&) = delete;
@@ -101,7 +101,7 @@ public:
 
     static uint32_t InitialThreadProc(void* param);
 
-protected:
+  protected:
     virtual uint32_t ThreadProc() = 0;
 
     std::atomic<KXHANDLE> m_hThread;
