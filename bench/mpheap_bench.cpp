@@ -3,6 +3,7 @@
 // small sizes over a live set.
 #include <benchmark/benchmark.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <random>
 #include <vector>
@@ -35,6 +36,21 @@ void MpHeap_Lookaside(benchmark::State& state, Backend b) {
     state.SetItemsProcessed(state.iterations());
 }
 
+// What the look-aside path cannot do without: one exchange to take a cached block and
+// one compare-and-exchange to put it back, on one entry.
+void MpHeap_Lookaside_AtomicsOnly(benchmark::State& state) {
+    static std::atomic<void*> entry{nullptr};
+    void* block = &block;
+    for (auto _ : state) {
+        void* taken = entry.exchange(nullptr, std::memory_order_acquire);
+        benchmark::DoNotOptimize(taken);
+        void* empty = nullptr;
+        entry.compare_exchange_strong(empty, block, std::memory_order_release,
+                                      std::memory_order_relaxed);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
 // Sizes 8..2032 bytes in a seeded random pattern over a live set of 256 blocks: each
 // step frees the block in one slot and allocates a new one there.
 void MpHeap_Mixed(benchmark::State& state, Backend b) {
@@ -63,5 +79,6 @@ void MpHeap_Mixed(benchmark::State& state, Backend b) {
 
 BENCHMARK_CAPTURE(MpHeap_Lookaside, mpheap, kMpHeap)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK_CAPTURE(MpHeap_Lookaside, malloc, kMalloc)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(MpHeap_Lookaside_AtomicsOnly)->Threads(1)->UseRealTime();
 BENCHMARK_CAPTURE(MpHeap_Mixed, mpheap, kMpHeap)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK_CAPTURE(MpHeap_Mixed, malloc, kMalloc)->Threads(1)->Threads(2)->UseRealTime();

@@ -480,55 +480,15 @@ uint32_t ThreadId(ThreadHandle* t) {
 
 uint32_t CurrentThreadId() { return uint32_t(syscall(SYS_gettid)); }
 
-// Thread-local slots: a small table in every thread, read and written without a call
-// into the C library (the multi-heap reads and writes a slot on every allocation). A
-// cell remembers the generation of the slot it was written under; freeing and taking a
-// slot again starts a new generation, so that a freshly taken slot reads null in every
-// thread. A slot's generation is odd while it is taken.
-namespace {
-constexpr uint32_t kTlsSlots = 64;
-struct TlsCell {
-    void* value;
-    uint32_t generation;
-};
-thread_local TlsCell t_tlsCells[kTlsSlots]; // zero in a new thread: nothing written
-std::atomic<uint32_t> g_tlsGeneration[kTlsSlots];
-std::mutex g_tlsLock;
-} // namespace
-
 uint32_t TlsAlloc() {
-    std::lock_guard<std::mutex> g(g_tlsLock);
-    for (uint32_t i = 0; i < kTlsSlots; ++i) {
-        uint32_t gen = g_tlsGeneration[i].load(std::memory_order_relaxed);
-        if (gen & 1) continue;
-        g_tlsGeneration[i].store(gen + 1, std::memory_order_release);
-        return i;
-    }
-    return kTlsOutOfIndexes;
+    pthread_key_t key;
+    if (pthread_key_create(&key, nullptr) != 0) return kTlsOutOfIndexes;
+    return uint32_t(key);
 }
-
-bool TlsFree(uint32_t index) {
-    if (index >= kTlsSlots) return false;
-    std::lock_guard<std::mutex> g(g_tlsLock);
-    uint32_t gen = g_tlsGeneration[index].load(std::memory_order_relaxed);
-    if (!(gen & 1)) return false;
-    g_tlsGeneration[index].store(gen + 1, std::memory_order_release);
-    return true;
-}
-
-void* TlsGetValue(uint32_t index) {
-    if (index >= kTlsSlots) return nullptr;
-    const TlsCell& c = t_tlsCells[index];
-    return c.generation == g_tlsGeneration[index].load(std::memory_order_relaxed) ? c.value
-                                                                                  : nullptr;
-}
-
+bool TlsFree(uint32_t index) { return pthread_key_delete(pthread_key_t(index)) == 0; }
+void* TlsGetValue(uint32_t index) { return pthread_getspecific(pthread_key_t(index)); }
 bool TlsSetValue(uint32_t index, void* value) {
-    if (index >= kTlsSlots) return false;
-    uint32_t gen = g_tlsGeneration[index].load(std::memory_order_relaxed);
-    if (!(gen & 1)) return false;
-    t_tlsCells[index] = {value, gen};
-    return true;
+    return pthread_setspecific(pthread_key_t(index), value) == 0;
 }
 
 // ---------------------------------------------------------------- block table

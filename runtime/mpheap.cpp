@@ -130,6 +130,33 @@ void Drain(HeapRecord* h) {
     }
 }
 
+// The allocation from the system heap, with h's lock held; releases it. Kept out of
+// line so that the look-aside path stays short.
+__attribute__((noinline)) BlockHeader* AllocLocked(HeapRecord* h, uint64_t rounded) {
+    BlockHeader* b = nullptr;
+    bool locked = true;
+    try {
+        h->AllocCount.Bump();
+        if (h->DelayedFreeList.load(std::memory_order_relaxed)) Drain(h);
+        if (rounded <= kLargestBlock)
+            b = static_cast<BlockHeader*>(
+                os::HeapAlloc(h->hHeap, 0, rounded + sizeof(BlockHeader) - 8));
+        h->Lock.Leave();
+        locked = false;
+    } catch (abi::__forced_unwind&) {
+        if (locked) h->Lock.Leave();
+        throw;
+    } catch (...) {
+        dbgPrintf(8, 2, L"**** MpHeapAlloc(): catch(...)\n");
+        if (locked) h->Lock.Leave();
+        b = nullptr;
+    }
+    if (!b)
+        dbgPrintf(8, 2, L"**** MpHeapAlloc(): HeapAlloc(%lu bytes failed)\n",
+                  uint32_t(rounded <= kLargestBlock ? rounded : kLargestBlock));
+    return b;
+}
+
 } // namespace
 
 // ---------------------------------------------------------------- creation and end
@@ -257,29 +284,8 @@ void* MpHeapAlloc(HMPHEAP heap, uint32_t flags, unsigned int size) {
         }
     }
 
-    BlockHeader* b = nullptr;
-    bool locked = true;
-    try {
-        h->AllocCount.Bump();
-        if (h->DelayedFreeList.load(std::memory_order_relaxed)) Drain(h);
-        if (sz.rounded <= kLargestBlock)
-            b = static_cast<BlockHeader*>(
-                os::HeapAlloc(h->hHeap, 0, sz.rounded + sizeof(BlockHeader) - 8));
-        h->Lock.Leave();
-        locked = false;
-    } catch (abi::__forced_unwind&) {
-        if (locked) h->Lock.Leave();
-        throw;
-    } catch (...) {
-        dbgPrintf(8, 2, L"**** MpHeapAlloc(): catch(...)\n");
-        if (locked) h->Lock.Leave();
-        b = nullptr;
-    }
-    if (!b) {
-        dbgPrintf(8, 2, L"**** MpHeapAlloc(): HeapAlloc(%lu bytes failed)\n",
-                  uint32_t(sz.rounded <= kLargestBlock ? sz.rounded : kLargestBlock));
-        return nullptr;
-    }
+    BlockHeader* b = AllocLocked(h, sz.rounded);
+    if (!b) return nullptr;
     b->owner = h;
     b->sizeClass = sz.sizeClass;
     b->pad = 0;
