@@ -90,7 +90,9 @@ std::atomic<uint32_t> g_roundRobin{0};
 
 // The thread's preferred heap. Storing the number it already holds is skipped: reading
 // the slot costs less than writing it.
-uintptr_t GetPreferred(uint32_t slot) { return uintptr_t(os::TlsGetValue(slot)); }
+uintptr_t GetPreferred(uint32_t slot) {
+    return uintptr_t(os::TlsGetValue(slot));
+}
 void SetPreferred(uint32_t slot, uintptr_t old, uint32_t heapNumber) {
     if (slot != kSlotAbsent && old != heapNumber)
         os::TlsSetValue(slot, reinterpret_cast<void*>(uintptr_t(heapNumber)));
