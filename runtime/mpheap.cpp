@@ -38,10 +38,14 @@ struct BlockHeader {
 };
 static_assert(sizeof(BlockHeader) == 16, "block header");
 
-// A statistics counter. Those of the look-aside path are bumped outside any lock.
+// A statistics counter: a plain increment, not an atomic one. Those of the look-aside
+// path are bumped outside any lock, where two threads may lose one of their counts: the
+// statistics are estimates. The word is atomic only so that such a race is defined.
 class Counter {
   public:
-    void Bump() { m_value.fetch_add(1, std::memory_order_relaxed); }
+    void Bump() {
+        m_value.store(m_value.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
     uint32_t Get() const { return m_value.load(std::memory_order_relaxed); }
 
   private:
@@ -84,8 +88,14 @@ std::atomic<bool> g_compareExchange{false};
 // without a lock on purpose: two threads that start at the same heap are harmless.
 std::atomic<uint32_t> g_roundRobin{0};
 
-void SetPreferred(uint32_t slot, uint32_t heapNumber) {
-    if (slot != kSlotAbsent) os::TlsSetValue(slot, reinterpret_cast<void*>(uintptr_t(heapNumber)));
+// The thread's preferred heap. Storing the number it already holds is skipped: reading
+// the slot costs less than writing it.
+uintptr_t GetPreferred(uint32_t slot) {
+    return uintptr_t(os::TlsGetValue(slot));
+}
+void SetPreferred(uint32_t slot, uintptr_t old, uint32_t heapNumber) {
+    if (slot != kSlotAbsent && old != heapNumber)
+        os::TlsSetValue(slot, reinterpret_cast<void*>(uintptr_t(heapNumber)));
 }
 
 // Rounded block size and size class of a request: the size rounded up to 8 plus 8 for
@@ -120,6 +130,33 @@ void Drain(HeapRecord* h) {
         h->DelayedFreeCount.Bump();
         b = next;
     }
+}
+
+// The allocation from the system heap, with h's lock held; releases it. Kept out of
+// line so that the look-aside path stays short.
+__attribute__((noinline)) BlockHeader* AllocLocked(HeapRecord* h, uint64_t rounded) {
+    BlockHeader* b = nullptr;
+    bool locked = true;
+    try {
+        h->AllocCount.Bump();
+        if (h->DelayedFreeList.load(std::memory_order_relaxed)) Drain(h);
+        if (rounded <= kLargestBlock)
+            b = static_cast<BlockHeader*>(
+                os::HeapAlloc(h->hHeap, 0, rounded + sizeof(BlockHeader) - 8));
+        h->Lock.Leave();
+        locked = false;
+    } catch (abi::__forced_unwind&) {
+        if (locked) h->Lock.Leave();
+        throw;
+    } catch (...) {
+        dbgPrintf(8, 2, L"**** MpHeapAlloc(): catch(...)\n");
+        if (locked) h->Lock.Leave();
+        b = nullptr;
+    }
+    if (!b)
+        dbgPrintf(8, 2, L"**** MpHeapAlloc(): HeapAlloc(%lu bytes failed)\n",
+                  uint32_t(rounded <= kLargestBlock ? rounded : kLargestBlock));
+    return b;
 }
 
 } // namespace
@@ -206,9 +243,11 @@ void* MpHeapAlloc(HMPHEAP heap, uint32_t flags, unsigned int size) {
 
     // Start at the thread's preferred heap, or where the round-robin counter points.
     const uint32_t slot = g_slot.load(std::memory_order_relaxed);
+    uintptr_t preferred = ~uintptr_t(0);
     uint32_t start;
     if (slot != kSlotAbsent) {
-        start = uint32_t(uintptr_t(os::TlsGetValue(slot)));
+        preferred = GetPreferred(slot);
+        start = preferred < n ? uint32_t(preferred) : 0;
     } else {
         start = g_roundRobin.load(std::memory_order_relaxed);
         g_roundRobin.store(start + 1 >= n ? 0 : start + 1, std::memory_order_relaxed);
@@ -230,7 +269,7 @@ void* MpHeapAlloc(HMPHEAP heap, uint32_t flags, unsigned int size) {
                 // The header is still valid from the block's last use.
                 h->LookasideAllocCount.Bump();
                 if (flags & MPHEAP_ZERO_MEMORY) memset(b + 1, 0, size);
-                SetPreferred(slot, i);
+                SetPreferred(slot, preferred, i);
                 return b + 1;
             }
         }
@@ -247,34 +286,13 @@ void* MpHeapAlloc(HMPHEAP heap, uint32_t flags, unsigned int size) {
         }
     }
 
-    BlockHeader* b = nullptr;
-    bool locked = true;
-    try {
-        h->AllocCount.Bump();
-        if (h->DelayedFreeList.load(std::memory_order_relaxed)) Drain(h);
-        if (sz.rounded <= kLargestBlock)
-            b = static_cast<BlockHeader*>(
-                os::HeapAlloc(h->hHeap, 0, sz.rounded + sizeof(BlockHeader) - 8));
-        h->Lock.Leave();
-        locked = false;
-    } catch (abi::__forced_unwind&) {
-        if (locked) h->Lock.Leave();
-        throw;
-    } catch (...) {
-        dbgPrintf(8, 2, L"**** MpHeapAlloc(): catch(...)\n");
-        if (locked) h->Lock.Leave();
-        b = nullptr;
-    }
-    if (!b) {
-        dbgPrintf(8, 2, L"**** MpHeapAlloc(): HeapAlloc(%lu bytes failed)\n",
-                  uint32_t(sz.rounded <= kLargestBlock ? sz.rounded : kLargestBlock));
-        return nullptr;
-    }
+    BlockHeader* b = AllocLocked(h, sz.rounded);
+    if (!b) return nullptr;
     b->owner = h;
     b->sizeClass = sz.sizeClass;
     b->pad = 0;
     if (flags & MPHEAP_ZERO_MEMORY) memset(b + 1, 0, size);
-    SetPreferred(slot, i);
+    SetPreferred(slot, preferred, i);
     return b + 1;
 }
 
@@ -310,7 +328,8 @@ int MpHeapFree(HMPHEAP heap, void* p) {
     }
     HeapRecord* h = b->owner;
     // The next allocation of this thread starts where its cached blocks are.
-    SetPreferred(g_slot.load(std::memory_order_relaxed), index);
+    const uint32_t slot = g_slot.load(std::memory_order_relaxed);
+    if (slot != kSlotAbsent) SetPreferred(slot, GetPreferred(slot), index);
 
     if (g_tryEnter.load(std::memory_order_relaxed) &&
         g_compareExchange.load(std::memory_order_relaxed)) {
@@ -492,6 +511,15 @@ uint32_t mpheap::PendingDelayedFrees(HMPHEAP heap) {
         for (BlockHeader* b = Records(set)[i].DelayedFreeList.load(); b; b = b->next)
             ++pending;
     return pending;
+}
+
+uint32_t mpheap::CachedBlocks(HMPHEAP heap) {
+    HeapSet* set = static_cast<HeapSet*>(heap);
+    uint32_t cached = 0;
+    for (uint32_t i = 0; set && i < set->count; ++i)
+        for (const auto& entry : Records(set)[i].Lookaside)
+            if (entry.load()) ++cached;
+    return cached;
 }
 
 } // namespace kelp

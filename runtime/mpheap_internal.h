@@ -39,6 +39,8 @@ uint32_t HeapCount(HMPHEAP heap);
 os::CriticalSection* HeapLock(HMPHEAP heap, uint32_t i);
 // Blocks waiting on the delayed lists of all heaps. Only while no other thread frees.
 uint32_t PendingDelayedFrees(HMPHEAP heap);
+// Blocks held in the look-aside entries of all heaps.
+uint32_t CachedBlocks(HMPHEAP heap);
 // Replaces the library's heap and answers the old one.
 HMPHEAP ExchangeLibraryHeap(HMPHEAP heap);
 
