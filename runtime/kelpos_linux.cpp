@@ -864,5 +864,28 @@ KXMODULE LoadModuleReporting(const std::wstring& path, uint32_t* error, std::str
     return nullptr;
 }
 
+bool IsRangeReadable(const void* p, size_t size) {
+    if (size == 0) return true;
+    if (!p) return false;
+    const uintptr_t start = uintptr_t(p);
+    if (start + size < start) return false;
+    // Faulting the range in for reading tells, without a signal, whether every page can
+    // be read: ENOMEM for a hole, EFAULT for a page that would fault. A kernel without
+    // the advice (before 5.14), or a mapping it does not apply to, answers EINVAL, as
+    // does a page without read access: those go the slow way.
+#ifndef MADV_POPULATE_READ
+    constexpr int MADV_POPULATE_READ = 22;
+#endif
+    const uintptr_t page = uintptr_t(sysconf(_SC_PAGESIZE));
+    const uintptr_t first = start & ~(page - 1);
+    const uintptr_t end = (start + size + page - 1) & ~(page - 1);
+    if (end > first) {
+        if (madvise(reinterpret_cast<void*>(first), end - first, MADV_POPULATE_READ) == 0)
+            return true;
+        if (errno == ENOMEM || errno == EFAULT) return false;
+    }
+    return IsReadable(p, size);
+}
+
 } // namespace os
 } // namespace kelp
