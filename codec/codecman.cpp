@@ -20,12 +20,19 @@ namespace {
 #define KX_FOURCC_ARGS(fcc)                                                                        \
     int((fcc)&0xFF), int(((fcc) >> 8) & 0xFF), int(((fcc) >> 16) & 0xFF), int(((fcc) >> 24) & 0xFF)
 
+// True if [p, p + size) lies in the 4 KiB block of p, and so in one page of any size the
+// system uses: a probe of p answered for all of it.
+bool OnePage(const void* p, size_t size) {
+    const uintptr_t a = uintptr_t(p);
+    return size > 0 && a + size - 1 >= a && ((a ^ (a + size - 1)) >> 12) == 0;
+}
+
 // A descriptor is used only if its first word and then its declared size can be read.
 // Beyond the probe, the declared size must cover the Windows part of the record, which
 // every codec reads.
 bool ValidBIH(const KXBMINFOHEADER* d) {
     if (!os::IsReadable(d, 4) || d->biSize < sizeof(KXWINBITMAPINFOHEADER) ||
-        !os::IsReadable(d, d->biSize)) {
+        (!OnePage(d, d->biSize) && !os::IsReadable(d, d->biSize))) {
         dbgPrintf(8, 2, L"CCodecManager::Invalid BIH!");
         return false;
     }
