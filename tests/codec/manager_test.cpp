@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 
 #include <sys/mman.h>
@@ -186,6 +187,9 @@ TEST_F(CodecManager, BadRecordsAndBuffersAreTracedAndRefused) {
     ASSERT_NE(map, MAP_FAILED);
     ASSERT_EQ(mprotect(map + page, page, PROT_NONE), 0);
     unsigned char* tail = map + page - 8; // 8 readable bytes, srcA claims 16
+    // A record whose declared 144 bytes run into the page without access.
+    auto* straddling = reinterpret_cast<KXBMINFOHEADER*>(map + page - 100);
+    std::memcpy(straddling, &srcA, 100);
 
     struct Case {
         const KXBMINFOHEADER* src;
@@ -198,6 +202,7 @@ TEST_F(CodecManager, BadRecordsAndBuffersAreTracedAndRefused) {
         {&srcA, bits, nullptr, L"CCodecManager::Invalid BIH!"},
         {&shortRecord, bits, &rgb, L"CCodecManager::Invalid BIH!"},
         {reinterpret_cast<KXBMINFOHEADER*>(map + page), bits, &rgb, L"CCodecManager::Invalid BIH!"},
+        {straddling, bits, &rgb, L"CCodecManager::Invalid BIH!"},
         {&srcA, nullptr, &rgb, L"CCodec::Invalid Buffer!"},
         {&srcA, tail, &rgb, L"CCodec::Invalid Buffer!"},
     };
