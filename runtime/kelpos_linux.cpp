@@ -660,6 +660,7 @@ void* HeapReAlloc(OsHeap* heap, uint32_t flags, void* p, size_t size) {
         SetLastError(kErrorInvalidParameter);
         return nullptr;
     }
+    const uintptr_t oldKey = uintptr_t(p);
     void* q = realloc(p, size ? size : 1);
     if (!q) {
         SetLastError(kErrorNotEnoughMemory);
@@ -667,7 +668,7 @@ void* HeapReAlloc(OsHeap* heap, uint32_t flags, void* p, size_t size) {
     }
     if (((heap->flags | flags) & kHeapZeroMemory) && size > old)
         memset(static_cast<char*>(q) + old, 0, size - old);
-    heap->blocks.Erase(uintptr_t(p));
+    heap->blocks.Erase(oldKey);
     if (!heap->blocks.Insert(uintptr_t(q), size)) {
         // The table could not grow right after an entry was freed: cannot happen, as
         // the erase left a tomb for the insert. Keep the block owned nonetheless.
