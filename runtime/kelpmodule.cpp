@@ -1,4 +1,5 @@
 // The library's single constructor and teardown.
+#include <kelp/mpheap.h>
 #include <kelp/trace.h>
 
 #include <string>
@@ -14,7 +15,9 @@ const module::GlobalEntry kGlobals[] = {
     // codec registry: list, map and lock
     {"dual and page allocators", module::ConstructDualVirtAllocators,
      module::DestroyDualVirtAllocators},
-    // heap thread-local slot; bad_alloc object; processor functions; thread hook lock
+    {"heap thread-local slot", module::ConstructHeapThreadSlot, module::DestroyHeapThreadSlot},
+    {"bad_alloc object", module::ConstructBadAlloc, module::DestroyBadAlloc},
+    // processor functions; thread hook lock
     // conversion manager: list, map and lock
     {"conversion manager registry", module::ConstructConversionGlobals,
      module::DestroyConversionGlobals},
@@ -36,6 +39,10 @@ void StoreModuleIdentity() {
 }
 
 __attribute__((constructor)) void ModuleAttach() {
+    // The heap comes before everything else. A library whose heap cannot be made stays
+    // loaded here (a shared object cannot refuse to load): it runs without a heap, and
+    // every throwing NewAlloc traces and throws.
+    MpHeapInit();
     for (const auto& g : kGlobals)
         if (g.construct) g.construct();
     StoreModuleIdentity();
@@ -51,6 +58,7 @@ __attribute__((destructor)) void ModuleDetach() {
     delete g_modulePath;
     g_moduleFile = g_modulePath = nullptr;
     g_attached = false;
+    MpHeapEnd(); // last of all
 }
 
 } // namespace

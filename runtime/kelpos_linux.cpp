@@ -498,8 +498,10 @@ bool TlsSetValue(uint32_t index, void* value) {
 namespace {
 class BlockTable {
 public:
+    // Room for one more key without growing, or false if the table cannot grow.
+    bool Reserve() { return (m_count + m_tombs + 1) * 10 < m_cap * 7 || Grow(); }
     bool Insert(uintptr_t key, size_t size) {
-        if ((m_count + m_tombs + 1) * 10 >= m_cap * 7 && !Grow()) return false;
+        if (!Reserve()) return false;
         size_t i = Slot(key);
         size_t firstTomb = SIZE_MAX;
         while (m_keys[i] != kEmpty) {
@@ -655,12 +657,19 @@ void* HeapAlloc(OsHeap* heap, uint32_t flags, size_t size) {
 void* HeapReAlloc(OsHeap* heap, uint32_t flags, void* p, size_t size) {
     if (!heap) return nullptr;
     HeapGuard g(heap, flags);
+    const uintptr_t key = uintptr_t(p);
     size_t old;
-    if (!heap->blocks.Find(uintptr_t(p), &old)) {
+    if (!heap->blocks.Find(key, &old)) {
         SetLastError(kErrorInvalidParameter);
         return nullptr;
     }
-    const uintptr_t oldKey = uintptr_t(p);
+    // The table makes room before realloc: once realloc has run the old block is gone,
+    // and the new one must be recorded whatever happens. Erase and insert then keep the
+    // table's load as it was, so the insert cannot need to grow.
+    if (!heap->blocks.Reserve()) {
+        SetLastError(kErrorNotEnoughMemory);
+        return nullptr;
+    }
     void* q = realloc(p, size ? size : 1);
     if (!q) {
         SetLastError(kErrorNotEnoughMemory);
@@ -668,13 +677,8 @@ void* HeapReAlloc(OsHeap* heap, uint32_t flags, void* p, size_t size) {
     }
     if (((heap->flags | flags) & kHeapZeroMemory) && size > old)
         memset(static_cast<char*>(q) + old, 0, size - old);
-    heap->blocks.Erase(oldKey);
-    if (!heap->blocks.Insert(uintptr_t(q), size)) {
-        // The table could not grow right after an entry was freed: cannot happen, as
-        // the erase left a tomb for the insert. Keep the block owned nonetheless.
-        free(q);
-        return nullptr;
-    }
+    heap->blocks.Erase(key);
+    heap->blocks.Insert(uintptr_t(q), size);
     return q;
 }
 

@@ -22,6 +22,10 @@ void DestroyDualVirtAllocators();
 // and the lock around both.
 void ConstructConversionGlobals();
 void DestroyConversionGlobals();
+void ConstructHeapThreadSlot();
+void DestroyHeapThreadSlot();
+void ConstructBadAlloc();
+void DestroyBadAlloc();
 void ConstructCppAllocator();
 void DestroyCppAllocator();
 

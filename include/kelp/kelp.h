@@ -7,4 +7,5 @@
 #include "alloc.h"
 #include "kxbih.h"
 #include "kxconv.h"
+#include "mpheap.h"
 #include "version.h"
