@@ -68,9 +68,11 @@ CKXWAVFormat::CKXWAVFormat(const WAVEFORMATEX& wfx) : tagKXWAVFORMAT() { *this =
 CKXWAVFormat::CKXWAVFormat(const tagKXWAVFORMAT* other) : tagKXWAVFORMAT() { *this = other; }
 CKXWAVFormat::CKXWAVFormat(const WAVEFORMATEX* wfx) : tagKXWAVFORMAT() { *this = wfx; }
 
+// The stores go through volatile so that they are made although the object ends here:
+// whoever still holds the address finds a dead record.
 CKXWAVFormat::~CKXWAVFormat() {
-    Size = 0;
-    ID = 0;
+    *static_cast<volatile uint32_t*>(&Size) = 0;
+    *static_cast<volatile uint32_t*>(&ID) = 0;
 }
 
 CKXWAVFormat& CKXWAVFormat::operator=(const CKXWAVFormat& other) {
