@@ -4,3 +4,5 @@
 
 // kelp demo [--out DIR]: a generated image through the conversion manager.
 int CmdDemo(int argc, char** argv);
+// kelp resample IN OUT --rate HZ
+int CmdResample(int argc, char** argv);

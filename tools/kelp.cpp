@@ -21,6 +21,7 @@ int CmdVersion(int, char**) {
 const Command kCommands[] = {
     {"version", CmdVersion, "print the library's version"},
     {"demo", CmdDemo, "a generated image through the conversion manager [--out DIR]"},
+    {"resample", CmdResample, "convert a sound file to another standard rate"},
 };
 
 void Usage() {

@@ -9,3 +9,5 @@
 #include "kxconv.h"
 #include "mpheap.h"
 #include "version.h"
+#include "wavformat.h"
+#include "samrate.h"
