@@ -12,12 +12,18 @@ namespace {
 
 // The process-wide objects in the order they are made; they end in reverse.
 const module::GlobalEntry kGlobals[] = {
+    // settings: made by their first use, which comes before any entry below; listed
+    // first so that they end last
+    {"settings store", nullptr, module::DestroySettings},
     // codec registry: list, map and lock
     {"dual and page allocators", module::ConstructDualVirtAllocators,
      module::DestroyDualVirtAllocators},
     {"heap thread-local slot", module::ConstructHeapThreadSlot, module::DestroyHeapThreadSlot},
     {"bad_alloc object", module::ConstructBadAlloc, module::DestroyBadAlloc},
-    // processor functions; thread hook lock
+    {"processor functions", module::ConstructEnhancedFunctions,
+     module::DestroyEnhancedFunctions},
+    {"thread registration hook", module::ConstructThreadHook, module::DestroyThreadHook},
+    {"event names", module::ConstructEventNames, module::DestroyEventNames},
     // conversion manager: list, map and lock
     {"conversion manager registry", module::ConstructConversionGlobals,
      module::DestroyConversionGlobals},

@@ -138,5 +138,22 @@ void* PageReAlloc(void* base, size_t size);   // grows in place or fails; never 
 size_t PageRegionSize(const void* base);      // 0 if base is not a page block
 bool PageFree(void* base);
 
+// ---- Settings and threads
+// The calling thread's affinity, and the processors of the system, as bit masks of the
+// first 64 processors.
+bool GetAffinityMasks(uint64_t* processMask, uint64_t* systemMask);
+bool SetThreadAffinityMask(uint64_t mask); // the calling thread only
+void YieldThread();
+// Names a thread of this process while it runs (a thread that has ended is left
+// alone). The name is cut to the platform's limit (15 bytes of UTF-8), never inside a
+// character.
+bool SetThreadName(ThreadHandle* t, const std::string& utf8Name);
+constexpr size_t kThreadNameMax = 15;
+std::string CutUtf8(const std::string& s, size_t maxBytes);
+// Interlocked compare-and-exchange of a 32-bit word: stores `exchange` if the word
+// equals `comparand`, and gives the word's old value either way.
+int32_t InterlockedCompareExchange(volatile int32_t* dest, int32_t exchange, int32_t comparand);
+bool IsDirectory(const std::wstring& path);
+
 } // namespace os
 } // namespace kelp

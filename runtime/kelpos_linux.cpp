@@ -6,6 +6,7 @@
 #include <errno.h>
 #include <limits.h>
 #include <pthread.h>
+#include <sched.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -783,6 +784,65 @@ bool PageFree(void* base) {
     if (!g_pages.Find(uintptr_t(base), &len)) return false;
     g_pages.Erase(uintptr_t(base));
     return munmap(base, len) == 0;
+}
+
+
+// ---------------------------------------------------------------- settings and threads
+
+bool GetAffinityMasks(uint64_t* processMask, uint64_t* systemMask) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof(set), &set) != 0) return false;
+    uint64_t process = 0;
+    for (int i = 0; i < 64; ++i)
+        if (CPU_ISSET(i, &set)) process |= uint64_t(1) << i;
+    long n = sysconf(_SC_NPROCESSORS_CONF);
+    if (n < 1) n = 1;
+    uint64_t system = n >= 64 ? ~uint64_t(0) : (uint64_t(1) << n) - 1;
+    if (processMask) *processMask = process;
+    if (systemMask) *systemMask = system;
+    return true;
+}
+
+bool SetThreadAffinityMask(uint64_t mask) {
+    if (!mask) return false;
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (int i = 0; i < 64; ++i)
+        if ((mask >> i) & 1) CPU_SET(i, &set);
+    return sched_setaffinity(0, sizeof(set), &set) == 0;
+}
+
+void YieldThread() { sched_yield(); }
+
+std::string CutUtf8(const std::string& s, size_t maxBytes) {
+    if (s.size() <= maxBytes) return s;
+    size_t n = maxBytes;
+    // Step back over continuation bytes so that no character is split.
+    while (n > 0 && (uint8_t(s[n]) & 0xC0) == 0x80) --n;
+    return s.substr(0, n);
+}
+
+bool SetThreadName(ThreadHandle* t, const std::string& utf8Name) {
+    if (!t) return false;
+    std::string name = CutUtf8(utf8Name, kThreadNameMax);
+    // The thread marks itself done under this lock before it leaves, so while the lock
+    // is held and it is not done, its pthread_t is valid.
+    std::lock_guard<std::mutex> g(t->m);
+    if (t->done.load()) return false;
+    return pthread_setname_np(t->thread, name.c_str()) == 0;
+}
+
+int32_t InterlockedCompareExchange(volatile int32_t* dest, int32_t exchange, int32_t comparand) {
+    int32_t expected = comparand;
+    __atomic_compare_exchange_n(dest, &expected, exchange, false, __ATOMIC_SEQ_CST,
+                                __ATOMIC_SEQ_CST);
+    return expected;
+}
+
+bool IsDirectory(const std::wstring& path) {
+    struct stat st;
+    return stat(ToUtf8(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 } // namespace os

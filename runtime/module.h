@@ -28,6 +28,15 @@ void ConstructBadAlloc();
 void DestroyBadAlloc();
 void ConstructCppAllocator();
 void DestroyCppAllocator();
+// The settings store and its interface are made on first use (the processor functions
+// read settings at load); their entry only ends them.
+void DestroySettings();
+void ConstructEnhancedFunctions();
+void DestroyEnhancedFunctions();
+void ConstructThreadHook();
+void DestroyThreadHook();
+void ConstructEventNames();
+void DestroyEventNames();
 
 // Set while the module's constructor runs and cleared when its teardown ends.
 bool Attached();

@@ -6,3 +6,4 @@
 int CmdDemo(int argc, char** argv);
 // kelp resample IN OUT --rate HZ
 int CmdResample(int argc, char** argv);
+int CmdConfig(int argc, char** argv); // kelp config get|set|list|delete

@@ -22,6 +22,7 @@ const Command kCommands[] = {
     {"version", CmdVersion, "print the library's version"},
     {"demo", CmdDemo, "a generated image through the conversion manager [--out DIR]"},
     {"resample", CmdResample, "convert a sound file to another standard rate"},
+    {"config", CmdConfig, "read and change settings (get, set, list, delete)"},
 };
 
 void Usage() {

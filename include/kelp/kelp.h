@@ -11,3 +11,6 @@
 #include "version.h"
 #include "wavformat.h"
 #include "samrate.h"
+#include "kelpcfg.h"
+#include "kelpcpu.h"
+#include "kelpthread.h"
