@@ -20,6 +20,7 @@ int CmdVersion(int, char**) {
 
 const Command kCommands[] = {
     {"version", CmdVersion, "print the library's version"},
+    {"resample", CmdResample, "convert a sound file to another standard rate"},
 };
 
 void Usage() {

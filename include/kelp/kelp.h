@@ -6,3 +6,5 @@
 #include "trace.h"
 #include "alloc.h"
 #include "version.h"
+#include "wavformat.h"
+#include "samrate.h"
