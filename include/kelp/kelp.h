@@ -8,3 +8,5 @@
 #include "version.h"
 #include "wavformat.h"
 #include "samrate.h"
+#include "kxunknown.h"
+#include "samplerateconverter.h"
