@@ -218,6 +218,7 @@ uint32_t CSamRateCon::ConvertFalling(const short* src, short* dst, uint32_t n, u
 
     uint32_t p = m_lPhase;
     short prev = m_sPrev;
+    short last = m_sLast;
     size_t j = 0;
     uint32_t o = 0;
 
@@ -227,7 +228,7 @@ uint32_t CSamRateCon::ConvertFalling(const short* src, short* dst, uint32_t n, u
         const short x0 = src[0];
         const short y = Interp(m_sPrev2, prev, x0, cm1, c0, cp1, p);
         dst[0] = y;
-        m_sLast = y;
+        last = y;
         o = 1;
         if (alpha[p] >= alpha[p + 1]) {
             prev = x0;
@@ -242,7 +243,7 @@ uint32_t CSamRateCon::ConvertFalling(const short* src, short* dst, uint32_t n, u
         const short c = src[(j + 1) * s];
         const short y = Interp(prev, b, c, cm1, c0, cp1, p);
         dst[o * s] = y;
-        m_sLast = y;
+        last = y;
         ++o;
         prev = b;
         ++j;
@@ -261,9 +262,10 @@ uint32_t CSamRateCon::ConvertFalling(const short* src, short* dst, uint32_t n, u
     }
     m_sPrev = prev;
     m_lPhase = p;
+    m_sLast = last;
 
     if (wanted > 0 && o < wanted) {
-        dst[o * s] = m_sLast;
+        dst[o * s] = last;
         ++o;
     }
     return o;
@@ -286,6 +288,7 @@ uint32_t CSamRateCon::ConvertRising(const short* src, short* dst, uint32_t n, ui
 
     uint32_t p = m_lPhase;
     short prev = m_sPrev;
+    short last = m_sLast;
     size_t j = 0;
     uint32_t o = 0;
 
@@ -295,7 +298,7 @@ uint32_t CSamRateCon::ConvertRising(const short* src, short* dst, uint32_t n, ui
         for (;;) {
             const short y = Interp(m_sPrev2, prev, x0, cm1, c0, cp1, p);
             dst[o * s] = y;
-            m_sLast = y;
+            last = y;
             ++o;
             if (alpha[p] >= alpha[p + 1]) {
                 p = (p + 1 == L) ? 0 : p + 1;
@@ -316,7 +319,7 @@ uint32_t CSamRateCon::ConvertRising(const short* src, short* dst, uint32_t n, ui
         const short c = src[(j + 1) * s];
         const short y = Interp(prev, b, c, cm1, c0, cp1, p);
         dst[o * s] = y;
-        m_sLast = y;
+        last = y;
         ++o;
         if (alpha[p] >= alpha[p + 1]) {
             p = (p + 1 == L) ? 0 : p + 1;
@@ -337,9 +340,10 @@ uint32_t CSamRateCon::ConvertRising(const short* src, short* dst, uint32_t n, ui
     m_sPrev2 = prev;
     m_sPrev = src[j * s];
     m_bNoCarry = false;
+    m_sLast = last;
     if (wanted > 0) {
         while (o < wanted) {
-            dst[o * s] = m_sLast;
+            dst[o * s] = last;
             ++o;
             p = (p + 2 < L) ? p + 1 : 0;
         }

@@ -126,7 +126,8 @@ bool Convert(SNDFILE* in, const SF_INFO& info, SNDFILE* out, CSamRateCon::MODE m
             }
         }
     }
-    const uint32_t room = conv.empty() ? uint32_t(kBlockFrames) : conv[0]->GetMaxDestSize(kBlockFrames);
+    const uint32_t room =
+        conv.empty() ? uint32_t(kBlockFrames) : conv[0]->GetMaxDestSize(kBlockFrames);
     std::vector<short> src(size_t(kBlockFrames) * channels);
     std::vector<short> dst(size_t(room) * channels);
     std::vector<short> lastFrame(channels, 0);

@@ -139,8 +139,10 @@ TEST_F(ResampleCli, FailuresSayWhyAndLeaveFilesAlone) {
     } cases[] = {
         {Path("missing.wav") + " " + Path("out.wav") + " --rate 44100", 1, "cannot read"},
         {Path("old.wav") + " " + Path("out.wav") + " --rate 44100", 1, "cannot read"},
-        {Path("in.wav") + " " + Path("old.wav") + " --rate 12345", 1, "cannot convert 48000 Hz to 12345 Hz"},
-        {Path("in.wav") + " " + Path("old.wav") + " --rate 22050", 1, "cannot convert 48000 Hz to 22050 Hz"},
+        {Path("in.wav") + " " + Path("old.wav") + " --rate 12345", 1,
+         "cannot convert 48000 Hz to 12345 Hz"},
+        {Path("in.wav") + " " + Path("old.wav") + " --rate 22050", 1,
+         "cannot convert 48000 Hz to 22050 Hz"},
         {Path("in.wav") + " " + Path("in.wav") + " --rate 44100", 1, "is the input file"},
         {Path("in.wav") + " " + Path("nodir/out.wav") + " --rate 44100", 1, "cannot write"},
         {Path("in.wav") + " " + Path("out.wav") + " --rate", 2, "--rate needs"},

@@ -259,37 +259,43 @@ TEST(SamRate, OutputsPerPattern) {
 }
 
 TEST(SamRate, BlocksOfAnyLengthGiveTheSameSamples) {
-    // One channel of a three-channel buffer, cut into blocks of lengths down to 1; the
+    // One channel of a three-channel buffer, cut into blocks of lengths down to 1, and
+    // into whole 40 ms patterns, so that blocks end on the last centre of a pattern. The
     // other channels must stay untouched and no call may write more than GetMaxDestSize.
     const std::vector<short> src = Noise(30000, 11);
-    const uint32_t lengths[] = {1, 2, 3, 1, 7, 64, 1, 1, 2, 441, 1000, 5, 1764, 1, 3000};
+    const std::vector<uint32_t> mixed = {1, 2, 3, 1, 7, 64, 1, 1, 2, 441, 1000, 5, 1764, 1, 3000};
     for (int m = 0; m < kModes; ++m) {
-        SCOPED_TRACE(m);
         const std::vector<short> whole = ConvertAll(m, src);
-        CSamRateCon c(Mode(m));
-        std::vector<short> pieces;
-        size_t at = 0;
-        for (size_t k = 0; at < src.size(); ++k) {
-            const uint32_t n = uint32_t(std::min<size_t>(lengths[k % 15], src.size() - at));
-            std::vector<short> in(3 * n, 12345);
-            for (uint32_t i = 0; i < n; ++i) in[3 * i + 1] = src[at + i];
-            const uint32_t room = c.GetMaxDestSize(n);
-            std::vector<short> out(3 * size_t(room) - 1, -999); // exactly room for channel 1
-            const uint32_t o = c.Convert(in.data() + 1, out.data() + 1, n, 0, 3);
-            ASSERT_LE(o, room);
-            for (size_t i = 0; i < out.size(); ++i)
-                if (i % 3 != 1 || i / 3 >= o) {
-                    ASSERT_EQ(out[i], -999) << i;
+        const uint32_t pattern = uint32_t(GridOf(m).patternSources);
+        for (const auto& lengths : {mixed, {pattern}, {pattern - 1, 1}}) {
+            SCOPED_TRACE(::testing::Message() << "mode " << m << ", first block " << lengths[0]);
+            CSamRateCon c(Mode(m));
+            std::vector<short> pieces;
+            size_t at = 0;
+            for (size_t k = 0; at < src.size(); ++k) {
+                const uint32_t n =
+                    uint32_t(std::min<size_t>(lengths[k % lengths.size()], src.size() - at));
+                std::vector<short> in(3 * n, 12345);
+                for (uint32_t i = 0; i < n; ++i) in[3 * i + 1] = src[at + i];
+                const uint32_t room = c.GetMaxDestSize(n);
+                std::vector<short> out(3 * size_t(room) - 1, -999); // room for channel 1
+                const uint32_t o = c.Convert(in.data() + 1, out.data() + 1, n, 0, 3);
+                ASSERT_LE(o, room);
+                for (size_t i = 0; i < out.size(); ++i) {
+                    if (i % 3 != 1 || i / 3 >= o) {
+                        ASSERT_EQ(out[i], -999) << i;
+                    }
                 }
-            for (uint32_t i = 0; i < n; ++i) {
-                ASSERT_EQ(in[3 * i], 12345);
-                ASSERT_EQ(in[3 * i + 2], 12345);
+                for (uint32_t i = 0; i < n; ++i) {
+                    ASSERT_EQ(in[3 * i], 12345);
+                    ASSERT_EQ(in[3 * i + 2], 12345);
+                }
+                for (uint32_t i = 0; i < o; ++i) pieces.push_back(out[3 * i + 1]);
+                at += n;
             }
-            for (uint32_t i = 0; i < o; ++i) pieces.push_back(out[3 * i + 1]);
-            at += n;
+            ASSERT_EQ(pieces.size(), whole.size());
+            EXPECT_EQ(pieces, whole);
         }
-        ASSERT_EQ(pieces.size(), whole.size());
-        EXPECT_EQ(pieces, whole);
     }
 }
 
