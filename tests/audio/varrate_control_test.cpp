@@ -33,28 +33,6 @@ TEST(VarRateCreate, RefusesUnusableShapes) {
     EXPECT_EQ(rc->ratio(), 1.0f);
 }
 
-TEST(VarRateFilter, TableIsThePrototypeScaledAndPadded) {
-    SRCcoeffs c;
-    const SRCcoeffRecord* r = c.record();
-    EXPECT_EQ(r->elementSize, 4u);
-    EXPECT_EQ(r->phasesAsFloat, 8.0f);
-    EXPECT_EQ(r->taps, 8);
-    EXPECT_EQ(r->phases, 8);
-    ASSERT_EQ(r->count, 72);
-    EXPECT_EQ(r->table[31], 1.0f); // the centre, 0.125 * 8
-    EXPECT_EQ(r->table[0], float(-0.0001452791766) * 8.0f);
-    EXPECT_EQ(r->table[30], float(0.1215295866) * 8.0f);
-    for (int k = 1; k <= 31; ++k)
-        EXPECT_EQ(r->table[31 + k], r->table[31 - k]) << k;
-    for (int k = 63; k < 72; ++k)
-        EXPECT_EQ(r->table[k], 0.0f);
-    for (int k = 7; k < 63; k += 8) { // zeros one source frame apart from the centre
-        if (k != 31) {
-            EXPECT_EQ(r->table[k], 0.0f) << k;
-        }
-    }
-}
-
 TEST(VarRateRatio, SetRatioClipsAndSetParamDoesNot) {
     struct {
         int how; // 0 setRatio, 1 setParam(0), 2 setParam(2)
@@ -184,37 +162,27 @@ TEST(VarRateFlush, DrainsWhatIsBufferedAndNothingFromAnEmptyRing) {
     std::vector<float> a(B, 1.0f), o(B, -7.0f);
     float* in[1] = {a.data()};
     float* out[1] = {o.data()};
-    {
-        // A ring whose indices meet reads as empty.
+    struct {
+        float ratio;
+        int blocks; // written before the flush
+        int made;
+    } cases[] = {
+        {0.0f, -1, 0},          // indices met: the ring reads as empty
+        {2.0f, 2, B},           // 2B + 4 buffered: at most one block
+        {4.0f, 1, (B + 4) / 4}, // filled / ratio, truncated
+        {-1.0f, 1, 0},          // no whole output
+    };
+    for (auto& k : cases) {
         auto rc = Make(B, 1);
-        SigmaBuffer* ring = const_cast<SigmaBuffer*>(rc->input());
-        ring->advanceWrite(ring->readIndex() - ring->writeIndex());
-        EXPECT_EQ(rc->input()->getRoom(), 0);
-        EXPECT_EQ(rc->flush(out), 0);
-        EXPECT_EQ(o[0], -7.0f);
-    }
-    {
-        // Two blocks buffered at ratio 2: filled = 2B + 4, half that many outputs
-        // would be made, at most one block.
-        auto rc = Make(B, 1);
-        rc->setRatio(2.0f);
-        rc->write(in);
-        rc->write(in);
-        EXPECT_EQ(rc->flush(out), B);
-        // After a flush of a nearly empty ring, what lies ahead reads as silence.
-        auto rc2 = Make(B, 1);
-        rc2->setRatio(4.0f);
-        rc2->write(in);
-        int n = rc2->flush(out);
-        EXPECT_EQ(n, (B + 4) / 4);
-        EXPECT_EQ(rc2->consumed(), 0); // flush is not counted
-    }
-    {
-        // Ratios that give no whole output: nothing.
-        auto rc = Make(B, 1);
-        rc->setParam(0, -1.0f);
-        rc->write(in);
-        EXPECT_EQ(rc->flush(out), 0);
+        rc->setParam(0, k.ratio);
+        for (int i = 0; i < k.blocks; ++i)
+            rc->write(in);
+        if (k.blocks < 0) {
+            SigmaBuffer* ring = const_cast<SigmaBuffer*>(rc->input());
+            ring->advanceWrite(ring->readIndex() - ring->writeIndex());
+        }
+        EXPECT_EQ(rc->flush(out), k.made) << k.ratio;
+        EXPECT_EQ(rc->consumed(), 0); // flush is not counted
     }
 }
 
