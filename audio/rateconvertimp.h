@@ -62,7 +62,7 @@ class MATrateconvertImp : public MATrateconvert {
     float _gain;
     float _fraction; // position between source frames, 0 <= _fraction < 1
     unsigned _coeffStep;
-    // Beyond the design's members: the inner loop chosen at construction, where each
+    // Working state besides the above: the inner loop chosen at construction, where each
     // output frame of a run reads, and the filter in the layout the loop reads.
     RateBlockKernel _kernel;
     RateStep* _steps;

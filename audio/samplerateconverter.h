@@ -66,7 +66,7 @@ class CSampleRateConverter : public ISampleRateConverter {
     uint32_t m_lRuns;
     SampleQueue* m_pInput;
     SampleQueue* m_pOutput;
-    // Beyond the design's members: the stream and channel of each queue, and the
+    // Working state besides the above: the stream and channel of each queue, and the
     // pointer arrays handed to the resampler.
     uint16_t* m_pStreamOf;
     uint16_t* m_pChannelOf;
