@@ -1,9 +1,12 @@
-// kelp resample IN OUT --rate HZ: converts a sound file to another standard rate with
-// the fixed-ratio converter, one converter per channel, and writes 16-bit PCM WAV.
+// kelp resample IN OUT --rate HZ [--fixed]: converts a sound file to another rate and
+// writes 16-bit PCM WAV. Any pair of rates goes through the streaming sample-rate
+// converter, all channels together; with --fixed the standard pairs go through the
+// fixed-ratio converter instead, one converter per channel.
 //
 // The input is only ever opened for reading. The output is written under a temporary
 // name in its own directory and renamed over OUT only when it is complete, so a failure
 // or an interruption never leaves a half-written OUT behind.
+#include <kelp/samplerateconverter.h>
 #include <kelp/samrate.h>
 
 #include <sndfile.h>
@@ -15,6 +18,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -36,9 +40,12 @@ void Fail(const std::string& message) {
 
 void Usage() {
     std::fprintf(stderr,
-                 "usage: kelp resample IN OUT --rate HZ\n"
+                 "usage: kelp resample IN OUT --rate HZ [--fixed]\n"
                  "Converts IN to HZ and writes OUT as 16-bit PCM WAV. IN may be any file\n"
-                 "libsndfile reads. Rate pairs served (source -> destination):\n"
+                 "libsndfile reads, of up to 32 channels. Any pair of rates is served by the\n"
+                 "streaming converter, down to 1/3.98 and up to 100 times the rate.\n"
+                 "With --fixed the fixed-ratio converter is used, for these pairs\n"
+                 "(source -> destination):\n"
                  "  11025, 22050, 32000, 44100 -> 48000\n"
                  "  11025, 22050, 32000, 48000 -> 44100\n"
                  "  44100, 48000 -> 32000\n"
@@ -181,19 +188,147 @@ bool Convert(SNDFILE* in, const SF_INFO& info, SNDFILE* out, CSamRateCon::MODE m
     return true;
 }
 
+// ---- The streaming path
+
+constexpr uint32_t kMaxStreamChannels = 32; // a selection mask has 32 bits
+
+// The source frames per output frame that the streaming converter serves cleanly: from
+// 0.01 up to 4 - 8 / 512. Its resampler keeps at least four blocks of 512 frames ahead
+// of a block of output, and the filter reads 8 frames past its position, so a block of
+// output may step over at most 2048 - 8 source frames.
+constexpr double kMinStreamRatio = 0.01;
+constexpr double kMaxStreamRatio = 4.0 - 8.0 / 512.0;
+
+bool StreamServed(int from, int to) {
+    const float ratio = float(double(from) / double(to));
+    return ratio <= float(kMaxStreamRatio) && ratio >= float(kMinStreamRatio);
+}
+
+// The output rates served from `from`, as text for a message.
+std::string StreamRange(int from) {
+    int low = int(std::ceil(from / kMaxStreamRatio));
+    while (!StreamServed(from, low)) ++low;
+    long long high = std::llround(from / kMinStreamRatio);
+    while (high > 1 && !StreamServed(from, int(high))) --high;
+    return std::to_string(low) + " to " + std::to_string(high) + " Hz";
+}
+
+// The input file as the converter's reader: blocks of float frames, one stream. One
+// buffer serves every block, since each comes back before the next is asked for.
+class FileReader : public kelp::ISampleRateConverter::IReadData {
+public:
+    FileReader(SNDFILE* file, int channels)
+        : m_file(file), m_channels(channels), m_block(size_t(kBlockFrames) * channels) {}
+
+    bool ReadData(void** data, uint32_t* bytes, uintptr_t* cookie) override {
+        if (m_ended) return false;
+        const sf_count_t got = sf_readf_float(m_file, m_block.data(), kBlockFrames);
+        if (got <= 0) {
+            m_ended = true;
+            m_failed = sf_error(m_file) != SF_ERR_NO_ERROR;
+            return false;
+        }
+        m_frames += got;
+        *data = m_block.data();
+        *bytes = uint32_t(size_t(got) * size_t(m_channels) * sizeof(float));
+        *cookie = 0;
+        return true;
+    }
+    void FreeData(void*, uintptr_t) override {}
+
+    bool ended() const { return m_ended; }
+    bool failed() const { return m_failed; }
+    sf_count_t frames() const { return m_frames; }
+
+private:
+    SNDFILE* m_file;
+    int m_channels;
+    std::vector<float> m_block;
+    sf_count_t m_frames = 0;
+    bool m_ended = false;
+    bool m_failed = false;
+};
+
+struct Releaser {
+    void operator()(kelp::ISampleRateConverter* c) const { c->Release(); }
+};
+
+// A float sample of full scale 1.0 to 16 bits: the inverse of reading 16 bits as x / 32768,
+// so that samples that were 16-bit come back unchanged.
+short ToPcm16(float x) {
+    const float v = x * 32768.0f;
+    if (!(v == v)) return 0;
+    if (v >= 32767.0f) return 32767;
+    if (v <= -32768.0f) return -32768;
+    return short(std::lrint(v));
+}
+
+// Converts all frames of `in` to `rate` through the streaming converter into `out`;
+// false with a message on a read or write error.
+bool ConvertStreaming(SNDFILE* in, const SF_INFO& info, SNDFILE* out, int rate,
+                      const std::string& inPath, const std::string& outPath) {
+    const int channels = info.channels;
+    const kelp::CKXWAVFormat format(info.samplerate, 32, channels, 1, KXWAVE_FORMAT_IEEE_FLOAT);
+    FileReader reader(in, channels);
+    void* object = nullptr;
+    if (!kelp::ISampleRateConverter::Create(format, rate, &reader, &object)) {
+        Fail("out of memory");
+        return false;
+    }
+    std::unique_ptr<kelp::ISampleRateConverter, Releaser> conv(
+        static_cast<kelp::ISampleRateConverter*>(object));
+
+    // The output is as long as the input at the new rate. The file's frame count says how
+    // long that is; once the input has ended, what was really read says it.
+    auto outFrames = [&](sf_count_t inFrames) {
+        return sf_count_t(std::llround(double(inFrames) * rate / info.samplerate));
+    };
+    sf_count_t total = outFrames(info.frames);
+    std::vector<std::vector<float>> planes(channels, std::vector<float>(kBlockFrames));
+    std::vector<short> frames(size_t(kBlockFrames) * channels);
+    Progress progress(total);
+    for (sf_count_t done = 0; done < total;) {
+        const uint32_t n = uint32_t(std::min<sf_count_t>(kBlockFrames, total - done));
+        for (int c = 0; c < channels; ++c)
+            if (!conv->ReadSamples(planes[c].data(), n, uint32_t(c)))
+                std::fill(planes[c].begin(), planes[c].begin() + n, 0.0f);
+        if (reader.ended()) total = std::min(total, outFrames(reader.frames()));
+        const sf_count_t keep = std::min<sf_count_t>(n, total - done);
+        for (sf_count_t i = 0; i < keep; ++i)
+            for (int c = 0; c < channels; ++c)
+                frames[size_t(i) * channels + c] = ToPcm16(planes[c][size_t(i)]);
+        if (keep > 0 && sf_writef_short(out, frames.data(), keep) != keep) {
+            progress.Finish();
+            Fail("cannot write '" + outPath + "': " + sf_strerror(out));
+            return false;
+        }
+        done += keep;
+        progress.Update(done);
+    }
+    progress.Finish();
+    if (reader.failed()) {
+        Fail("cannot read '" + inPath + "': " + sf_strerror(in));
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int CmdResample(int argc, char** argv) {
     std::vector<std::string> paths;
     int rate = 0;
     bool haveRate = false;
+    bool fixed = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "-h" || a == "--help") {
             Usage();
             return 0;
         }
-        if (a == "--rate" || a.rfind("--rate=", 0) == 0) {
+        if (a == "--fixed") {
+            fixed = true;
+        } else if (a == "--rate" || a.rfind("--rate=", 0) == 0) {
             const char* value = nullptr;
             if (a == "--rate") {
                 if (i + 1 < argc) value = argv[++i];
@@ -228,7 +363,19 @@ int CmdResample(int argc, char** argv) {
         return 1;
     }
     CSamRateCon::MODE mode = CSamRateCon::MODE_NONE;
-    if (info.samplerate != rate) {
+    if (!fixed) {
+        if (info.channels < 1 || uint32_t(info.channels) > kMaxStreamChannels) {
+            Fail("cannot convert a file of " + std::to_string(info.channels) +
+                 " channels (32 at most)");
+            return 1;
+        }
+        if (!StreamServed(info.samplerate, rate)) {
+            Fail("cannot convert " + std::to_string(info.samplerate) + " Hz to " +
+                 std::to_string(rate) + " Hz (from " + std::to_string(info.samplerate) +
+                 " Hz the streaming converter serves " + StreamRange(info.samplerate) + ")");
+            return 1;
+        }
+    } else if (info.samplerate != rate) {
         mode = CSamRateCon::FindMode(info.samplerate, rate);
         if (!Served(mode)) {
             Fail("cannot convert " + std::to_string(info.samplerate) + " Hz to " +
@@ -280,7 +427,10 @@ int CmdResample(int argc, char** argv) {
         discard();
         return 1;
     }
-    if (!Convert(in.get(), info, out.get(), mode, inPath, outPath)) {
+    const bool converted = fixed
+                               ? Convert(in.get(), info, out.get(), mode, inPath, outPath)
+                               : ConvertStreaming(in.get(), info, out.get(), rate, inPath, outPath);
+    if (!converted) {
         out.reset();
         discard();
         return 1;

@@ -14,3 +14,5 @@
 #include "kelpcfg.h"
 #include "kelpcpu.h"
 #include "kelpthread.h"
+#include "kxunknown.h"
+#include "samplerateconverter.h"

@@ -89,7 +89,7 @@ Read ReadWav(const std::string& path) {
 
 } // namespace
 
-TEST_F(ResampleCli, ConvertsStandardPairsToTheExactLength) {
+TEST_F(ResampleCli, FixedConvertsStandardPairsToTheExactLength) {
     struct Case {
         int from, to, frames, expected;
     } cases[] = {
@@ -103,7 +103,8 @@ TEST_F(ResampleCli, ConvertsStandardPairsToTheExactLength) {
         SCOPED_TRACE(::testing::Message() << c.from << " -> " << c.to);
         MakeWav("in.wav", c.from, 2, c.frames, 1000.0);
         std::string err;
-        ASSERT_EQ(Run(Path("in.wav") + " " + Path("out.wav") + " --rate " + std::to_string(c.to),
+        ASSERT_EQ(Run(Path("in.wav") + " " + Path("out.wav") + " --fixed --rate " +
+                          std::to_string(c.to),
                       &err),
                   0);
         EXPECT_EQ(err, "");
@@ -139,9 +140,9 @@ TEST_F(ResampleCli, FailuresSayWhyAndLeaveFilesAlone) {
     } cases[] = {
         {Path("missing.wav") + " " + Path("out.wav") + " --rate 44100", 1, "cannot read"},
         {Path("old.wav") + " " + Path("out.wav") + " --rate 44100", 1, "cannot read"},
-        {Path("in.wav") + " " + Path("old.wav") + " --rate 12345", 1,
+        {Path("in.wav") + " " + Path("old.wav") + " --rate 12345 --fixed", 1,
          "cannot convert 48000 Hz to 12345 Hz"},
-        {Path("in.wav") + " " + Path("old.wav") + " --rate 22050", 1,
+        {Path("in.wav") + " " + Path("old.wav") + " --fixed --rate 22050", 1,
          "cannot convert 48000 Hz to 22050 Hz"},
         {Path("in.wav") + " " + Path("in.wav") + " --rate 44100", 1, "is the input file"},
         {Path("in.wav") + " " + Path("nodir/out.wav") + " --rate 44100", 1, "cannot write"},
