@@ -7,28 +7,6 @@
 
 #include "kelpdefs.h"
 
-// A 16-byte interface identifier, laid out as the text form
-// {Data1-Data2-Data3-Data4[0]Data4[1]-Data4[2..7]} reads.
-typedef struct tagKXGUID {
-    uint32_t Data1;
-    uint16_t Data2;
-    uint16_t Data3;
-    uint8_t Data4[8];
-} KXGUID;
-
-static_assert(sizeof(KXGUID) == 16, "KXGUID is 16 bytes");
-static_assert(offsetof(KXGUID, Data1) == 0, "layout");
-static_assert(offsetof(KXGUID, Data2) == 4, "layout");
-static_assert(offsetof(KXGUID, Data3) == 6, "layout");
-static_assert(offsetof(KXGUID, Data4) == 8, "layout");
-
-inline bool operator==(const KXGUID& a, const KXGUID& b) {
-    return std::memcmp(&a, &b, sizeof(KXGUID)) == 0;
-}
-inline bool operator!=(const KXGUID& a, const KXGUID& b) {
-    return !(a == b);
-}
-
 // QueryInterface's answer for an identifier that the object does not serve.
 constexpr KXRESULT KXE_NOINTERFACE = int32_t(0x80004002u);
 
