@@ -2,10 +2,12 @@
 #pragma once
 
 #include <kelp/kxconv.h>
+#include <kelp/mpheap.h>
 
 namespace kelp {
 
-class CConverter : public IConverter {
+// Stages live on the library's multi-heap.
+class CConverter : public IConverter, public CKELPHeapObject {
   public:
     // The name is cut to 15 characters.
     explicit CConverter(const wchar_t* name);

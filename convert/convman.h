@@ -6,10 +6,12 @@
 
 #include <kelp/alloc.h>
 #include <kelp/kxconv.h>
+#include <kelp/mpheap.h>
 
 namespace kelp {
 
-class CConversionManager : public IConversionManager {
+// Managers live on the library's multi-heap.
+class CConversionManager : public IConversionManager, public CKELPHeapObject {
   public:
     CConversionManager();           // the first manager in the process creates the built-in stages
     ~CConversionManager() override; // the last one releases them

@@ -52,6 +52,18 @@ void* PageBlock(unsigned int size) {
     return p;
 }
 
+// The header is read only once the block is known to be live in the process heap or
+// the page table: a block freed already, or an address that was never a block, gets the
+// answer of a cleared header without its memory being touched.
+enum class Kind { None, Heap, Page };
+Kind LiveKind(void* p) {
+    if (uintptr_t(p) < kLead) return Kind::None;
+    char* base = BaseOf(p);
+    if (os::HeapValidate(os::GetProcessHeap(), 0, base)) return Kind::Heap;
+    if (os::PageRegionSize(base) != 0) return Kind::Page;
+    return Kind::None;
+}
+
 void* HeapBlock(unsigned int size) {
     char* base = static_cast<char*>(os::HeapAlloc(os::GetProcessHeap(), 0, size_t(size) + kLead));
     if (!base) return nullptr;
@@ -73,7 +85,9 @@ void* CDualAllocator::Allocate(unsigned int size, uint32_t) {
 void* CDualAllocator::ReAllocate(void* p, unsigned int size, uint32_t flags) {
     if (!p) return Allocate(size, flags);
     if (uint64_t(size) + 4 > 0xFFFFFFFFu) return nullptr;
-    if (*HeaderOf(p) == kPageMarker) {
+    Kind kind = LiveKind(p);
+    if (kind == Kind::None) return nullptr;
+    if (kind == Kind::Page && *HeaderOf(p) == kPageMarker) {
         if (!os::PageReAlloc(BaseOf(p), size_t(size) + kLead)) return nullptr;
         *HeaderOf(p) = kPageMarker;
         return p;
@@ -84,14 +98,14 @@ void* CDualAllocator::ReAllocate(void* p, unsigned int size, uint32_t flags) {
 }
 
 unsigned int CDualAllocator::GetSize(void* p) {
-    if (!p) return 0;
+    if (LiveKind(p) == Kind::None) return 0;
     uint32_t h = *HeaderOf(p);
     if (h == kPageMarker) return unsigned(os::PageRegionSize(BaseOf(p)));
     return h;
 }
 
 void CDualAllocator::Free(void* p) {
-    if (!p) return;
+    if (LiveKind(p) == Kind::None) return;
     uint32_t h = *HeaderOf(p);
     if (h == 0) return; // already freed: a second free of a heap block is harmless
     *HeaderOf(p) = 0;

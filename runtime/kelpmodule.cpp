@@ -21,10 +21,8 @@ const module::GlobalEntry kGlobals[] = {
      module::DestroyDualVirtAllocators},
     {"heap thread-local slot", module::ConstructHeapThreadSlot, module::DestroyHeapThreadSlot},
     {"bad_alloc object", module::ConstructBadAlloc, module::DestroyBadAlloc},
-    // processor functions
     {"processor functions", module::ConstructEnhancedFunctions,
      module::DestroyEnhancedFunctions},
-    // thread hook lock
     {"thread registration hook", module::ConstructThreadHook, module::DestroyThreadHook},
     {"event names", module::ConstructEventNames, module::DestroyEventNames},
     // conversion manager: list, map and lock

@@ -13,17 +13,7 @@
 namespace kelp {
 
 // The records of the settings with a fixed layout.
-struct KXGUID {
-    uint32_t Data1;
-    uint16_t Data2;
-    uint16_t Data3;
-    uint8_t Data4[8];
-};
-static_assert(sizeof(KXGUID) == 16, "KXGUID size");
-static_assert(offsetof(KXGUID, Data1) == 0, "KXGUID layout");
-static_assert(offsetof(KXGUID, Data2) == 4, "KXGUID layout");
-static_assert(offsetof(KXGUID, Data3) == 6, "KXGUID layout");
-static_assert(offsetof(KXGUID, Data4) == 8, "KXGUID layout");
+using ::KXGUID;
 
 struct KXRECT {
     int32_t left;

@@ -41,5 +41,27 @@ constexpr uint32_t KXFOURCC(char a, char b, char c, char d) {
            (uint32_t(uint8_t(d)) << 24);
 }
 
+// A 16-byte identifier (interfaces, settings), laid out as the text form
+// {Data1-Data2-Data3-Data4[0]Data4[1]-Data4[2..7]} reads.
+typedef struct tagKXGUID {
+    uint32_t Data1;
+    uint16_t Data2;
+    uint16_t Data3;
+    uint8_t Data4[8];
+} KXGUID;
+static_assert(sizeof(KXGUID) == 16, "KXGUID is 16 bytes");
+static_assert(offsetof(KXGUID, Data1) == 0, "KXGUID layout");
+static_assert(offsetof(KXGUID, Data2) == 4, "KXGUID layout");
+static_assert(offsetof(KXGUID, Data3) == 6, "KXGUID layout");
+static_assert(offsetof(KXGUID, Data4) == 8, "KXGUID layout");
+
+inline bool operator==(const KXGUID& a, const KXGUID& b) {
+    if (a.Data1 != b.Data1 || a.Data2 != b.Data2 || a.Data3 != b.Data3) return false;
+    for (int i = 0; i < 8; ++i)
+        if (a.Data4[i] != b.Data4[i]) return false;
+    return true;
+}
+inline bool operator!=(const KXGUID& a, const KXGUID& b) { return !(a == b); }
+
 // Opaque module handle (a loaded shared object).
 typedef void* KXMODULE;

@@ -33,8 +33,13 @@ TEST(DualAllocator, HeapBlockSizeFreeTwiceAndReallocateLeavesBoth) {
     EXPECT_EQ(p[99], 0x5A); // the old block stands, uncopied and unfreed
     EXPECT_EQ(a.GetSize(q), 204u);
     a.Free(p);
-    a.Free(p); // header already cleared: harmless
+    a.Free(p); // a second free is harmless, and touches no freed memory
+    EXPECT_EQ(a.GetSize(p), 0u);
+    EXPECT_EQ(a.ReAllocate(p, 10, 0), nullptr);
     a.Free(q);
+    char local[32] = {};
+    a.Free(local + 16); // never a block of this allocator: nothing happens
+    EXPECT_EQ(a.GetSize(local + 16), 0u);
 }
 
 TEST(DualAllocator, PageBlockGrowsInPlaceOrFails) {

@@ -1,0 +1,451 @@
+// kelp resample IN OUT --rate HZ [--fixed]: converts a sound file to another rate and
+// writes 16-bit PCM WAV. Any pair of rates goes through the streaming sample-rate
+// converter, all channels together; with --fixed the standard pairs go through the
+// fixed-ratio converter instead, one converter per channel.
+//
+// The input is only ever opened for reading. The output is written under a temporary
+// name in its own directory and renamed over OUT only when it is complete, so a failure
+// or an interruption never leaves a half-written OUT behind.
+#include <kelp/samplerateconverter.h>
+#include <kelp/samrate.h>
+
+#include <sndfile.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+
+namespace {
+
+using kelp::CSamRateCon;
+
+constexpr sf_count_t kBlockFrames = 4096;
+
+void Fail(const std::string& message) {
+    std::fprintf(stderr, "kelp resample: %s\n", message.c_str());
+}
+
+void Usage() {
+    std::fprintf(stderr,
+                 "usage: kelp resample IN OUT --rate HZ [--fixed]\n"
+                 "Converts IN to HZ and writes OUT as 16-bit PCM WAV. IN may be any file\n"
+                 "libsndfile reads, of up to 32 channels. Any pair of rates is served by the\n"
+                 "streaming converter, down to 1/3.98 and up to 100 times the rate.\n"
+                 "With --fixed the fixed-ratio converter is used, for these pairs\n"
+                 "(source -> destination):\n"
+                 "  11025, 22050, 32000, 44100 -> 48000\n"
+                 "  11025, 22050, 32000, 48000 -> 44100\n"
+                 "  44100, 48000 -> 32000\n"
+                 "  44100 -> 22050\n"
+                 "A file already at HZ is copied.\n");
+}
+
+// The temporary output, removed if the program is interrupted before the rename.
+char g_tempPath[4096];
+
+extern "C" void OnSignal(int sig) {
+    if (g_tempPath[0]) unlink(g_tempPath);
+    signal(sig, SIG_DFL);
+    raise(sig);
+}
+
+void CatchSignals(void (*handler)(int)) {
+    signal(SIGINT, handler);
+    signal(SIGTERM, handler);
+    signal(SIGHUP, handler);
+}
+
+// The modes whose converter keeps time and pitch. Above a fall of 2 the converter steps
+// by the fraction of the ratio only and would play the file slower and lower.
+bool Served(CSamRateCon::MODE mode) {
+    return mode != CSamRateCon::MODE_NONE && mode != CSamRateCon::MODE_48000_22050 &&
+           mode != CSamRateCon::MODE_48000_11025 && mode != CSamRateCon::MODE_44100_11025;
+}
+
+bool ParseRate(const char* text, int* rate) {
+    char* end = nullptr;
+    errno = 0;
+    long v = std::strtol(text, &end, 10);
+    if (errno || end == text || *end || v <= 0 || v > 1000000) return false;
+    *rate = int(v);
+    return true;
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+    struct stat sa, sb;
+    if (stat(a.c_str(), &sa) != 0 || stat(b.c_str(), &sb) != 0) return false;
+    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+class Progress {
+public:
+    explicit Progress(sf_count_t total) : m_total(total), m_on(total > 0 && isatty(2)) {}
+    void Update(sf_count_t done) {
+        if (!m_on) return;
+        const int percent = int(done * 100 / m_total);
+        if (percent == m_last) return;
+        m_last = percent;
+        const int filled = percent * 40 / 100;
+        std::fprintf(stderr, "\rresampling [%.*s%.*s] %3d%%", filled,
+                     "########################################", 40 - filled,
+                     "........................................", percent);
+        std::fflush(stderr);
+    }
+    void Finish() {
+        if (m_on && m_last >= 0) std::fputc('\n', stderr);
+    }
+
+private:
+    sf_count_t m_total;
+    bool m_on;
+    int m_last = -1;
+};
+
+struct SndFileCloser {
+    void operator()(SNDFILE* f) const { sf_close(f); }
+};
+using SndFile = std::unique_ptr<SNDFILE, SndFileCloser>;
+
+// Converts the frames of `in` into `out`; false with a message on a read or write error.
+bool Convert(SNDFILE* in, const SF_INFO& info, SNDFILE* out, CSamRateCon::MODE mode,
+             const std::string& inPath, const std::string& outPath) {
+    const int channels = info.channels;
+    std::vector<std::unique_ptr<CSamRateCon>> conv;
+    if (mode != CSamRateCon::MODE_NONE) {
+        for (int c = 0; c < channels; ++c) {
+            conv.emplace_back(new CSamRateCon(mode));
+            if (conv.back()->GetLastError() != CSamRateCon::SRC_OK) {
+                Fail("out of memory");
+                return false;
+            }
+        }
+    }
+    const uint32_t room =
+        conv.empty() ? uint32_t(kBlockFrames) : conv[0]->GetMaxDestSize(kBlockFrames);
+    std::vector<short> src(size_t(kBlockFrames) * channels);
+    std::vector<short> dst(size_t(room) * channels);
+    std::vector<short> lastFrame(channels, 0);
+    Progress progress(info.frames);
+    sf_count_t done = 0;
+
+    // One block through every channel's converter. All converters of one mode move in
+    // step, so each channel gives the same number of outputs.
+    auto run = [&](const short* frames, sf_count_t count) -> bool {
+        const short* data = frames;
+        sf_count_t outFrames = count;
+        if (!conv.empty()) {
+            uint32_t produced = 0;
+            for (int c = 0; c < channels; ++c) {
+                const uint32_t o = conv[c]->Convert(frames + c, dst.data() + c, uint32_t(count),
+                                                    0, uint32_t(channels));
+                if (c > 0 && o != produced) {
+                    Fail("internal error: channels out of step");
+                    return false;
+                }
+                produced = o;
+            }
+            data = dst.data();
+            outFrames = produced;
+        }
+        if (outFrames > 0 && sf_writef_short(out, data, outFrames) != outFrames) {
+            Fail("cannot write '" + outPath + "': " + sf_strerror(out));
+            return false;
+        }
+        return true;
+    };
+
+    for (;;) {
+        const sf_count_t got = sf_readf_short(in, src.data(), kBlockFrames);
+        if (got <= 0) break;
+        std::copy(src.begin() + (got - 1) * channels, src.begin() + got * channels,
+                  lastFrame.begin());
+        if (!run(src.data(), got)) return false;
+        done += got;
+        progress.Update(done);
+    }
+    if (sf_error(in) != SF_ERR_NO_ERROR) {
+        progress.Finish();
+        Fail("cannot read '" + inPath + "': " + sf_strerror(in));
+        return false;
+    }
+    // The outputs on the last frame wait for a frame that never comes: give them one,
+    // a copy of the last.
+    if (done > 0 && !conv.empty() && !run(lastFrame.data(), 1)) return false;
+    progress.Finish();
+    return true;
+}
+
+// ---- The streaming path
+
+constexpr uint32_t kMaxStreamChannels = 32; // a selection mask has 32 bits
+
+// The source frames per output frame that the streaming converter serves cleanly: from
+// 0.01 up to 4 - 8 / 512. Its resampler keeps at least four blocks of 512 frames ahead
+// of a block of output, and the filter reads 8 frames past its position, so a block of
+// output may step over at most 2048 - 8 source frames.
+constexpr double kMinStreamRatio = 0.01;
+constexpr double kMaxStreamRatio = 4.0 - 8.0 / 512.0;
+
+bool StreamServed(int from, int to) {
+    const float ratio = float(double(from) / double(to));
+    return ratio <= float(kMaxStreamRatio) && ratio >= float(kMinStreamRatio);
+}
+
+// The output rates served from `from`, as text for a message.
+std::string StreamRange(int from) {
+    int low = int(std::ceil(from / kMaxStreamRatio));
+    while (!StreamServed(from, low)) ++low;
+    long long high = std::llround(from / kMinStreamRatio);
+    while (high > 1 && !StreamServed(from, int(high))) --high;
+    return std::to_string(low) + " to " + std::to_string(high) + " Hz";
+}
+
+// The input file as the converter's reader: blocks of float frames, one stream. One
+// buffer serves every block, since each comes back before the next is asked for.
+class FileReader : public kelp::ISampleRateConverter::IReadData {
+public:
+    FileReader(SNDFILE* file, int channels)
+        : m_file(file), m_channels(channels), m_block(size_t(kBlockFrames) * channels) {}
+
+    bool ReadData(void** data, uint32_t* bytes, uintptr_t* cookie) override {
+        if (m_ended) return false;
+        const sf_count_t got = sf_readf_float(m_file, m_block.data(), kBlockFrames);
+        if (got <= 0) {
+            m_ended = true;
+            m_failed = sf_error(m_file) != SF_ERR_NO_ERROR;
+            return false;
+        }
+        m_frames += got;
+        *data = m_block.data();
+        *bytes = uint32_t(size_t(got) * size_t(m_channels) * sizeof(float));
+        *cookie = 0;
+        return true;
+    }
+    void FreeData(void*, uintptr_t) override {}
+
+    bool ended() const { return m_ended; }
+    bool failed() const { return m_failed; }
+    sf_count_t frames() const { return m_frames; }
+
+private:
+    SNDFILE* m_file;
+    int m_channels;
+    std::vector<float> m_block;
+    sf_count_t m_frames = 0;
+    bool m_ended = false;
+    bool m_failed = false;
+};
+
+struct Releaser {
+    void operator()(kelp::ISampleRateConverter* c) const { c->Release(); }
+};
+
+// A float sample of full scale 1.0 to 16 bits: the inverse of reading 16 bits as x / 32768,
+// so that samples that were 16-bit come back unchanged.
+short ToPcm16(float x) {
+    const float v = x * 32768.0f;
+    if (!(v == v)) return 0;
+    if (v >= 32767.0f) return 32767;
+    if (v <= -32768.0f) return -32768;
+    return short(std::lrint(v));
+}
+
+// Converts all frames of `in` to `rate` through the streaming converter into `out`;
+// false with a message on a read or write error.
+bool ConvertStreaming(SNDFILE* in, const SF_INFO& info, SNDFILE* out, int rate,
+                      const std::string& inPath, const std::string& outPath) {
+    const int channels = info.channels;
+    const kelp::CKXWAVFormat format(info.samplerate, 32, channels, 1, KXWAVE_FORMAT_IEEE_FLOAT);
+    FileReader reader(in, channels);
+    void* object = nullptr;
+    if (!kelp::ISampleRateConverter::Create(format, rate, &reader, &object)) {
+        Fail("out of memory");
+        return false;
+    }
+    std::unique_ptr<kelp::ISampleRateConverter, Releaser> conv(
+        static_cast<kelp::ISampleRateConverter*>(object));
+
+    // The output is as long as the input at the new rate. The file's frame count says how
+    // long that is; once the input has ended, what was really read says it.
+    auto outFrames = [&](sf_count_t inFrames) {
+        return sf_count_t(std::llround(double(inFrames) * rate / info.samplerate));
+    };
+    sf_count_t total = outFrames(info.frames);
+    std::vector<std::vector<float>> planes(channels, std::vector<float>(kBlockFrames));
+    std::vector<short> frames(size_t(kBlockFrames) * channels);
+    Progress progress(total);
+    for (sf_count_t done = 0; done < total;) {
+        const uint32_t n = uint32_t(std::min<sf_count_t>(kBlockFrames, total - done));
+        for (int c = 0; c < channels; ++c)
+            if (!conv->ReadSamples(planes[c].data(), n, uint32_t(c)))
+                std::fill(planes[c].begin(), planes[c].begin() + n, 0.0f);
+        if (reader.ended()) total = std::min(total, outFrames(reader.frames()));
+        const sf_count_t keep = std::min<sf_count_t>(n, total - done);
+        for (sf_count_t i = 0; i < keep; ++i)
+            for (int c = 0; c < channels; ++c)
+                frames[size_t(i) * channels + c] = ToPcm16(planes[c][size_t(i)]);
+        if (keep > 0 && sf_writef_short(out, frames.data(), keep) != keep) {
+            progress.Finish();
+            Fail("cannot write '" + outPath + "': " + sf_strerror(out));
+            return false;
+        }
+        done += keep;
+        progress.Update(done);
+    }
+    progress.Finish();
+    if (reader.failed()) {
+        Fail("cannot read '" + inPath + "': " + sf_strerror(in));
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int CmdResample(int argc, char** argv) {
+    std::vector<std::string> paths;
+    int rate = 0;
+    bool haveRate = false;
+    bool fixed = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        if (a == "-h" || a == "--help") {
+            Usage();
+            return 0;
+        }
+        if (a == "--fixed") {
+            fixed = true;
+        } else if (a == "--rate" || a.rfind("--rate=", 0) == 0) {
+            const char* value = nullptr;
+            if (a == "--rate") {
+                if (i + 1 < argc) value = argv[++i];
+            } else {
+                value = argv[i] + 7;
+            }
+            if (!value || !ParseRate(value, &rate)) {
+                Fail("--rate needs a rate in hertz");
+                return 2;
+            }
+            haveRate = true;
+        } else if (a.size() > 1 && a[0] == '-') {
+            Fail("unknown option '" + a + "'");
+            Usage();
+            return 2;
+        } else {
+            paths.push_back(a);
+        }
+    }
+    if (paths.size() != 2 || !haveRate) {
+        Usage();
+        return 2;
+    }
+    const std::string& inPath = paths[0];
+    const std::string& outPath = paths[1];
+
+    SF_INFO info;
+    std::memset(&info, 0, sizeof info);
+    SndFile in(sf_open(inPath.c_str(), SFM_READ, &info));
+    if (!in) {
+        Fail("cannot read '" + inPath + "': " + sf_strerror(nullptr));
+        return 1;
+    }
+    CSamRateCon::MODE mode = CSamRateCon::MODE_NONE;
+    if (!fixed) {
+        if (info.channels < 1 || uint32_t(info.channels) > kMaxStreamChannels) {
+            Fail("cannot convert a file of " + std::to_string(info.channels) +
+                 " channels (32 at most)");
+            return 1;
+        }
+        if (!StreamServed(info.samplerate, rate)) {
+            Fail("cannot convert " + std::to_string(info.samplerate) + " Hz to " +
+                 std::to_string(rate) + " Hz (from " + std::to_string(info.samplerate) +
+                 " Hz the streaming converter serves " + StreamRange(info.samplerate) + ")");
+            return 1;
+        }
+    } else if (info.samplerate != rate) {
+        mode = CSamRateCon::FindMode(info.samplerate, rate);
+        if (!Served(mode)) {
+            Fail("cannot convert " + std::to_string(info.samplerate) + " Hz to " +
+                 std::to_string(rate) + " Hz (kelp resample --help lists the rate pairs)");
+            return 1;
+        }
+    }
+    if (SameFile(inPath, outPath)) {
+        Fail("the output '" + outPath + "' is the input file");
+        return 1;
+    }
+
+    // A temporary file beside the output, renamed over it once complete.
+    const size_t slash = outPath.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : outPath.substr(0, slash + 1);
+    const std::string base = slash == std::string::npos ? outPath : outPath.substr(slash + 1);
+    const std::string temp = dir + (slash == std::string::npos ? "/." : ".") + base + ".XXXXXX";
+    if (temp.size() >= sizeof g_tempPath) {
+        Fail("cannot write '" + outPath + "': name too long");
+        return 1;
+    }
+    std::memcpy(g_tempPath, temp.c_str(), temp.size() + 1);
+    CatchSignals(OnSignal);
+    const int fd = mkstemp(g_tempPath);
+    if (fd < 0) {
+        const int e = errno;
+        g_tempPath[0] = 0;
+        Fail("cannot write '" + outPath + "': " + std::strerror(e));
+        return 1;
+    }
+    // The permissions a newly created file would have had.
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(fd, 0666 & ~mask);
+
+    auto discard = [&]() {
+        unlink(g_tempPath);
+        g_tempPath[0] = 0;
+    };
+    SF_INFO outInfo;
+    std::memset(&outInfo, 0, sizeof outInfo);
+    outInfo.samplerate = rate;
+    outInfo.channels = info.channels;
+    outInfo.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SndFile out(sf_open_fd(fd, SFM_WRITE, &outInfo, SF_TRUE));
+    if (!out) {
+        Fail("cannot write '" + outPath + "': " + sf_strerror(nullptr));
+        close(fd);
+        discard();
+        return 1;
+    }
+    const bool converted = fixed
+                               ? Convert(in.get(), info, out.get(), mode, inPath, outPath)
+                               : ConvertStreaming(in.get(), info, out.get(), rate, inPath, outPath);
+    if (!converted) {
+        out.reset();
+        discard();
+        return 1;
+    }
+    if (sf_close(out.release()) != 0) {
+        Fail("cannot write '" + outPath + "'");
+        discard();
+        return 1;
+    }
+    if (rename(g_tempPath, outPath.c_str()) != 0) {
+        const int e = errno;
+        discard();
+        Fail("cannot write '" + outPath + "': " + std::strerror(e));
+        return 1;
+    }
+    g_tempPath[0] = 0;
+    return 0;
+}
