@@ -14,8 +14,9 @@
 // - Statuses are KXRESULT (32-bit, negative on failure). Session handles and the free
 //   arguments of Configure, Notify, the GetFormat calls, Decompress and Compress are
 //   uintptr_t, so that they can carry a pointer.
-// - Nothing may leave a codec operation as an exception. The library guards the entry
-//   call only.
+// - Nothing may leave a codec operation as an exception. The manager catches what does
+//   (the entry's exception is swallowed, an operation's becomes KXE_FAIL), but the
+//   codec's own state is then whatever the exception left.
 #pragma once
 
 #include <cstdint>
