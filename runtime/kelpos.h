@@ -138,5 +138,12 @@ void* PageReAlloc(void* base, size_t size);   // grows in place or fails; never 
 size_t PageRegionSize(const void* base);      // 0 if base is not a page block
 bool PageFree(void* base);
 
+// ---- Conversion kernels: guard pages
+size_t PageSize();
+// Makes whole pages of a page block unreadable and unwritable (p and size a multiple of
+// PageSize()), so that a kernel reading or writing past a buffer placed before them
+// faults at once. PageFree releases them with the block.
+bool PageNoAccess(void* p, size_t size);
+
 } // namespace os
 } // namespace kelp

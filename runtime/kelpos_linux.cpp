@@ -780,5 +780,14 @@ bool PageFree(void* base) {
     return munmap(base, len) == 0;
 }
 
+// ---------------------------------------------------------------- conversion kernels
+
+size_t PageSize() { return size_t(sysconf(_SC_PAGESIZE)); }
+
+bool PageNoAccess(void* p, size_t size) {
+    if (!p || size == 0) return false;
+    return mprotect(p, size, PROT_NONE) == 0;
+}
+
 } // namespace os
 } // namespace kelp
