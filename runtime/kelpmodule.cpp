@@ -16,6 +16,8 @@ const module::GlobalEntry kGlobals[] = {
      module::DestroyDualVirtAllocators},
     // heap thread-local slot; bad_alloc object; processor functions; thread hook lock
     // conversion manager: list, map and lock
+    {"conversion manager registry", module::ConstructConversionGlobals,
+     module::DestroyConversionGlobals},
     {"process heap allocator", module::ConstructCppAllocator, module::DestroyCppAllocator},
 };
 

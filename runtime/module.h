@@ -18,6 +18,10 @@ struct GlobalEntry {
 // Process-wide objects of the subsystems, in the order of kGlobals.
 void ConstructDualVirtAllocators();
 void DestroyDualVirtAllocators();
+// The conversion manager's registry: the list of built-in stages, the count of managers
+// and the lock around both.
+void ConstructConversionGlobals();
+void DestroyConversionGlobals();
 void ConstructCppAllocator();
 void DestroyCppAllocator();
 

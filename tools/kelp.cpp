@@ -20,6 +20,7 @@ int CmdVersion(int, char**) {
 
 const Command kCommands[] = {
     {"version", CmdVersion, "print the library's version"},
+    {"demo", CmdDemo, "a generated image through the conversion manager [--out DIR]"},
 };
 
 void Usage() {

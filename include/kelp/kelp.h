@@ -5,4 +5,6 @@
 #include "kelpdefs.h"
 #include "trace.h"
 #include "alloc.h"
+#include "kxbih.h"
+#include "kxconv.h"
 #include "version.h"
