@@ -92,6 +92,12 @@ unsigned int CDualAllocator::GetSize(void* p) {
 
 void CDualAllocator::Free(void* p) {
     if (!p) return;
+    // A block freed before is no block of the heap or of the pages any more, and its
+    // header is not read: a second free stays harmless without touching memory that
+    // went back to the system (pages are unmapped, heap blocks reused).
+    if (os::PageRegionSize(BaseOf(p)) == 0 &&
+        os::HeapSize(os::GetProcessHeap(), 0, BaseOf(p)) == os::kHeapSizeFailed)
+        return;
     uint32_t h = *HeaderOf(p);
     if (h == 0) return; // already freed: a second free of a heap block is harmless
     *HeaderOf(p) = 0;
