@@ -1,13 +1,16 @@
 // The depth and alpha kernels of the conversion stages at 1920 x 1080, plain, SSE2 and
-// AVX2, beside libyuv doing the nearest equivalent job where it is installed.
-//
-//   build-bench/bench/kelp_bench --benchmark_filter='Depth|Alpha|Libyuv' \
+// AVX2, beside libyuv doing the nearest equivalent job where it is installed, and the
+// chain search alone. The figures of docs/PERFORMANCE.md come from
+//   build-bench/bench/kelp_bench --benchmark_filter='Depth|Alpha|Libyuv|Search'
 //       --benchmark_repetitions=15 --benchmark_report_aggregates_only=true
+// (one line), reading the rows "_min".
 #include <benchmark/benchmark.h>
 
 #include <cstring>
 #include <random>
 #include <vector>
+
+#include <kelp/kelp.h>
 
 #include "convert/alpharows.h"
 #include "convert/depthrows.h"
@@ -201,6 +204,37 @@ BENCHMARK(BM_AlphaUnpremultiply)
     ->DenseRange(0, 2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
+
+// ---- The chain search alone: Query of a pair that takes two stages (straight alpha
+// asked premultiplied in 24 bits: the alpha stage, then the depth stage). With no trace
+// sink bound every trace line of the walk is formatted, as the fallback counts all
+// levels active.
+
+void BM_SearchQueryTwoStages(benchmark::State& state) {
+    KXBMINFOHEADER in;
+    memset(&in, 0, sizeof in);
+    in.biSize = KXBMI_SIZE;
+    in.biWidth = 1920;
+    in.biHeight = 1080;
+    in.biPlanes = 1;
+    in.biBitCount = 32;
+    in.biSizeImage = 1920u * 1080u * 4u;
+    in.bmiMagic = KXBMI_MAGIC;
+    in.bmiFrame = 1;
+    KXBMINFOHEADER want = in;
+    want.biBitCount = 24;
+    want.biSizeImage = 5760u * 1080u;
+    IConversionManager* cm = KXCONVCreateConversionManager();
+    cm->Init(0x10002, 0);
+    for (auto _ : state) {
+        KXBMINFOHEADER src = in, out = want;
+        uint32_t flags = KXCONV_KEEP_INPUT | KXCONV_PREMULTIPLY;
+        int32_t q = 0;
+        benchmark::DoNotOptimize(cm->Query(&src, &out, &flags, &q));
+    }
+    cm->Release();
+}
+BENCHMARK(BM_SearchQueryTwoStages)->Unit(benchmark::kMicrosecond)->ComputeStatistics("min", Least);
 
 #if defined(KELP_BENCH_LIBYUV)
 // ---- libyuv on the same sizes, with all the paths it finds on this processor.
