@@ -51,27 +51,6 @@ TEST(AlphaStage, QueryCostsByThePairOfStates) {
     }
 }
 
-TEST(AlphaStage, OnlyAlphaMayDifferAndOnly32Bits) {
-    CAlphaConverter s;
-    uint32_t flags = 0;
-    int32_t q = 0;
-    KXBMINFOHEADERYUV in = Rgba(4, 2, 0), out = Rgba(8, 2, 2);
-    EXPECT_EQ(s.Query(&in.bmi, &out.bmi, &flags, &q), KXE_INVALID); // size
-    out = Rgba(4, 2, 2);
-    out.bmi.bmiRect.right = 2;
-    EXPECT_EQ(s.Query(&in.bmi, &out.bmi, &flags, &q), KXE_INVALID); // rectangle
-    KXBMINFOHEADERYUV in24 = MakeRgb(4, 2, 24), out24 = MakeRgb(4, 2, 24);
-    out24.bmi.bmiAlpha = 2;
-    EXPECT_EQ(s.Query(&in24.bmi, &out24.bmi, &flags, &q), KXE_INVALID);
-    KXBMINFOHEADERYUV bad = Rgba(4, 2, 0);
-    bad.bmi.biPlanes = 2;
-    kelptest::SinkClear();
-    EXPECT_EQ(s.QueryInput(&bad.bmi), KXE_INVALID);
-    EXPECT_EQ(s.QueryOutput(&bad.bmi), KXE_INVALID);
-    EXPECT_EQ(kelptest::Lines8(31),
-              std::vector<std::wstring>(2, L"CAlphaConverter::Query: bad output format\r\n"));
-}
-
 TEST(AlphaStage, ProposalTakesTheTargetsAlpha) {
     CAlphaConverter s;
     KXBMINFOHEADERYUV in = Rgba(5, 3, 0), target = Rgba(5, 3, 2);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <random>
 
 #include "convert/rgbconv.h"
 #include "kxbihtest.h"
@@ -249,33 +248,6 @@ TEST(RgbconvStage, StridesAndPixelRules) {
             std::vector<uint8_t> pixels(got.begin(), got.begin() + px);
             pixels.insert(pixels.end(), got.begin() + rowOut, got.begin() + rowOut + px);
             EXPECT_EQ(pixels, want[n]) << c.what << " mask " << mask;
-        }
-    }
-}
-
-TEST(RgbconvStage, FastPathsGiveThePlainResultThroughTheStage) {
-    std::mt19937 rng(5);
-    CRGBConverterRGB32 to32;
-    CRGBConverterRGB24 to24;
-    for (uint16_t bits : {1, 4, 8, 16, 24, 32}) {
-        for (int32_t width : {37, 64, 101}) {
-            Paletted in = MakePaletted(width, 3, bits);
-            const size_t stride = 3 * ((size_t(width) * bits / 8 + 4) & ~size_t(3));
-            std::vector<uint8_t> pixels(stride);
-            for (auto& b : pixels)
-                b = uint8_t(rng());
-            std::vector<uint8_t> first;
-            for (uint32_t mask : kelptest::PathMasks()) {
-                kelptest::CpuMask cm(mask);
-                KXBMINFOHEADERYUV out = MakeRgb(width, 3, bits == 32 ? 24 : 32);
-                IConverter& stage = bits == 32 ? static_cast<IConverter&>(to24) : to32;
-                std::vector<uint8_t> got = ConvertWith(stage, &in.bmi, pixels, &out.bmi);
-                ASSERT_FALSE(got.empty());
-                if (first.empty())
-                    first = got;
-                else
-                    EXPECT_EQ(got, first) << bits << " bits, width " << width << " mask " << mask;
-            }
         }
     }
 }
