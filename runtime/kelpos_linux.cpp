@@ -845,5 +845,14 @@ bool IsDirectory(const std::wstring& path) {
     return stat(ToUtf8(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+// ---------------------------------------------------------------- conversion kernels
+
+size_t PageSize() { return size_t(sysconf(_SC_PAGESIZE)); }
+
+bool PageNoAccess(void* p, size_t size) {
+    if (!p || size == 0) return false;
+    return mprotect(p, size, PROT_NONE) == 0;
+}
+
 } // namespace os
 } // namespace kelp
