@@ -154,6 +154,12 @@ std::string CutUtf8(const std::string& s, size_t maxBytes);
 // equals `comparand`, and gives the word's old value either way.
 int32_t InterlockedCompareExchange(volatile int32_t* dest, int32_t exchange, int32_t comparand);
 bool IsDirectory(const std::wstring& path);
+// ---- Conversion kernels: guard pages
+size_t PageSize();
+// Makes whole pages of a page block unreadable and unwritable (p and size a multiple of
+// PageSize()), so that a kernel reading or writing past a buffer placed before them
+// faults at once. PageFree releases them with the block.
+bool PageNoAccess(void* p, size_t size);
 
 // ---- Codec registry
 // LoadModule that also tells why a module did not load: `error` gets a system error

@@ -887,5 +887,14 @@ bool IsRangeReadable(const void* p, size_t size) {
     return IsReadable(p, size);
 }
 
+// ---------------------------------------------------------------- conversion kernels
+
+size_t PageSize() { return size_t(sysconf(_SC_PAGESIZE)); }
+
+bool PageNoAccess(void* p, size_t size) {
+    if (!p || size == 0) return false;
+    return mprotect(p, size, PROT_NONE) == 0;
+}
+
 } // namespace os
 } // namespace kelp

@@ -4,6 +4,7 @@
 #include <kelp/kelp.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -34,8 +35,14 @@ void PrintDesc(const char* name, const KXBMINFOHEADER* d) {
     std::printf("%-10s %d x %d, %d bits, %ls, %u bytes, %s\n", name, d->biWidth, d->biHeight,
                 int(d->biBitCount), kelp::DIBFormatName(d), d->biSizeImage,
                 d->biBitCount == 32 ? AlphaName(d->bmiAlpha) : "no alpha");
-    // The library's own line for the record, on the trace.
+    // The library's own line for the record, through its trace. Without a sink the
+    // trace goes to the debug stream (standard error), switched on for this one line
+    // unless the caller switched it on for everything.
+    bool wasOn = std::getenv("KELP_DEBUG_OUTPUT") != nullptr;
+    std::fflush(stdout);
+    if (!wasOn) setenv("KELP_DEBUG_OUTPUT", "1", 1);
     kelp::dbgBIH(8, 30, std::wstring(name, name + std::strlen(name)).c_str(), d, kelp::pszNL);
+    if (!wasOn) unsetenv("KELP_DEBUG_OUTPUT");
 }
 
 // A colour gradient over the image and an alpha that falls off from the centre.
