@@ -47,7 +47,7 @@ bool ValidBuffer(const KXBMINFOHEADER* src, const void* bits) {
         size = DIBSize(src);
         if (size < 0) size = -size;
     }
-    if (!bits || !os::IsRangeReadable(bits, size_t(size))) {
+    if (!bits || !os::IsReadable(bits, size_t(size))) {
         dbgPrintf(8, 2, L"CCodec::Invalid Buffer!");
         return false;
     }

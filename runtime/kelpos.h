@@ -166,10 +166,6 @@ bool PageNoAccess(void* p, size_t size);
 // number (that of opening the file, or ENOEXEC for a file the loader refused) and
 // `reason` the loader's own message. Both are cleared on success.
 KXMODULE LoadModuleReporting(const std::wstring& path, uint32_t* error, std::string* reason);
-// IsReadable for large ranges: the same answer, asked of the kernel for the whole range
-// at once where it can tell (a frame of a megabyte costs a tenth of the page-by-page
-// probe), and page by page where it cannot.
-bool IsRangeReadable(const void* p, size_t size);
 
 } // namespace os
 } // namespace kelp

@@ -146,7 +146,7 @@ void DebugOutput(const wchar_t* text) {
 
 // ---------------------------------------------------------------- memory probe
 
-bool IsReadable(const void* p, size_t size) {
+static bool ProbePages(const void* p, size_t size) {
     if (size == 0) return true;
     if (!p) return false;
     uintptr_t start = uintptr_t(p);
@@ -177,6 +177,30 @@ bool IsReadable(const void* p, size_t size) {
     // range ends inside its first page; the loop starts at `start`, so every page from
     // start's page to (end-1)'s page was visited.
     return true;
+}
+
+bool IsReadable(const void* p, size_t size) {
+    if (size == 0) return true;
+    if (!p) return false;
+    const uintptr_t start = uintptr_t(p);
+    if (start + size < start) return false;
+    const uintptr_t page = uintptr_t(sysconf(_SC_PAGESIZE));
+    const uintptr_t first = start & ~(page - 1);
+    const uintptr_t end = (start + size + page - 1) & ~(page - 1);
+    if (end - first > page) {
+        // A range of several pages is asked of the kernel at once: faulting it in for
+        // reading tells, without a signal, whether every page can be read (ENOMEM for a
+        // hole, EFAULT for a page that would fault). A kernel without the advice (before
+        // 5.14), or a mapping it does not apply to, answers EINVAL, as does a page
+        // without read access: those are probed page by page.
+#ifndef MADV_POPULATE_READ
+        constexpr int MADV_POPULATE_READ = 22;
+#endif
+        if (madvise(reinterpret_cast<void*>(first), end - first, MADV_POPULATE_READ) == 0)
+            return true;
+        if (errno == ENOMEM || errno == EFAULT) return false;
+    }
+    return ProbePages(p, size);
 }
 
 // ---------------------------------------------------------------- processor
@@ -862,29 +886,6 @@ KXMODULE LoadModuleReporting(const std::wstring& path, uint32_t* error, std::str
     *error = access(file.c_str(), R_OK) != 0 ? uint32_t(errno) : uint32_t(ENOEXEC);
     SetLastError(*error);
     return nullptr;
-}
-
-bool IsRangeReadable(const void* p, size_t size) {
-    if (size == 0) return true;
-    if (!p) return false;
-    const uintptr_t start = uintptr_t(p);
-    if (start + size < start) return false;
-    // Faulting the range in for reading tells, without a signal, whether every page can
-    // be read: ENOMEM for a hole, EFAULT for a page that would fault. A kernel without
-    // the advice (before 5.14), or a mapping it does not apply to, answers EINVAL, as
-    // does a page without read access: those go the slow way.
-#ifndef MADV_POPULATE_READ
-    constexpr int MADV_POPULATE_READ = 22;
-#endif
-    const uintptr_t page = uintptr_t(sysconf(_SC_PAGESIZE));
-    const uintptr_t first = start & ~(page - 1);
-    const uintptr_t end = (start + size + page - 1) & ~(page - 1);
-    if (end > first) {
-        if (madvise(reinterpret_cast<void*>(first), end - first, MADV_POPULATE_READ) == 0)
-            return true;
-        if (errno == ENOMEM || errno == EFAULT) return false;
-    }
-    return IsReadable(p, size);
 }
 
 // ---------------------------------------------------------------- conversion kernels

@@ -1,5 +1,5 @@
-// The range probe the manager uses on whole frames: the same answers as the page-by-page
-// probe, for ranges that are readable, run into a page without access, or into a hole.
+// The readability probe: ranges that are readable, run into a page without access, or
+// into a hole, of one page and of many.
 #include <gtest/gtest.h>
 
 #include <sys/mman.h>
@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(RangeProbe, AnswersAsThePageProbeDoes) {
+TEST(ReadableProbe, FindsUnreadablePagesAnywhereInTheRange) {
     const size_t page = size_t(sysconf(_SC_PAGESIZE));
     auto* map = static_cast<unsigned char*>(
         mmap(nullptr, 8 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
@@ -32,13 +32,13 @@ TEST(RangeProbe, AnswersAsThePageProbeDoes) {
         {7 * page, page, true},
     };
     for (const Case& t : cases) {
-        EXPECT_EQ(kelp::os::IsRangeReadable(map + t.offset, t.size), t.readable)
+        EXPECT_EQ(kelp::os::IsReadable(map + t.offset, t.size), t.readable)
             << t.offset << "+" << t.size;
         EXPECT_EQ(kelp::os::IsReadable(map + t.offset, t.size), t.readable);
     }
-    EXPECT_FALSE(kelp::os::IsRangeReadable(nullptr, 1));
-    EXPECT_TRUE(kelp::os::IsRangeReadable(nullptr, 0));
-    EXPECT_FALSE(kelp::os::IsRangeReadable(reinterpret_cast<void*>(~uintptr_t(0) - 10), 100));
+    EXPECT_FALSE(kelp::os::IsReadable(nullptr, 1));
+    EXPECT_TRUE(kelp::os::IsReadable(nullptr, 0));
+    EXPECT_FALSE(kelp::os::IsReadable(reinterpret_cast<void*>(~uintptr_t(0) - 10), 100));
     munmap(map, 6 * page);
     munmap(map + 7 * page, page);
 }
