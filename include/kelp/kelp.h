@@ -14,3 +14,5 @@
 #include "kelpcfg.h"
 #include "kelpcpu.h"
 #include "kelpthread.h"
+#include "kelpimg.h"
+#include "imageio.h"
