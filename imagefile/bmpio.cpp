@@ -108,10 +108,20 @@ Channel MakeChannel(uint32_t mask) {
     while (c.shift + c.width < 32 && ((mask >> (c.shift + c.width)) & 1)) ++c.width;
     return c;
 }
+// A channel of fewer than 8 bits widens by repeating its bits, as 5-5-5 pixels do
+// everywhere in the library; a wider one is scaled down with rounding.
 uint8_t Extract(uint32_t v, const Channel& c) {
     if (!c.mask || !c.width) return 0;
     const uint32_t x = (v & c.mask) >> c.shift;
-    const uint32_t top = c.width >= 32 ? 0xFFFFFFFFu : (1u << c.width) - 1;
+    if (c.width < 8) {
+        uint32_t r = 0, n = 0;
+        while (n < 8) {
+            r = (r << c.width) | x;
+            n += c.width;
+        }
+        return uint8_t(r >> (n - 8));
+    }
+    const uint64_t top = c.width >= 32 ? 0xFFFFFFFFull : (uint64_t(1) << c.width) - 1;
     return uint8_t((uint64_t(x) * 255 + top / 2) / top);
 }
 
