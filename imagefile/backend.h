@@ -65,9 +65,17 @@ struct DecodeRequest {
     // Metafiles: dots per inch to render at; 0 for the file's own size.
     int32_t resolution = 0;
     Limits limits;
-    // Where the result's pixels come from (null: the library's dual allocator).
+    // Where the result's pixels come from if it is made at `bits` (null: the library's
+    // dual allocator). See ResultAllocator.
     IAllocator* allocator = nullptr;
 };
+
+// The allocator for a decoded picture of `bits`: the request's if that is the depth
+// asked for, so that the picture goes to the caller as it is; the library's otherwise,
+// as another step follows.
+inline IAllocator* ResultAllocator(const DecodeRequest& req, uint32_t bits) {
+    return bits == req.bits ? req.allocator : nullptr;
+}
 
 struct LoadRequest {
     uint32_t bits = 0;        // as DecodeRequest::bits

@@ -216,7 +216,12 @@ class CBmpBackend : public CBackend {
         if (h.bits == 16 && masked && h.masks[0] == 0x7C00u && h.masks[1] == 0x3E0u &&
             h.masks[2] == 0x1Fu && !h.masks[3])
             outBits = 16;
-        if (!out->Create(h.width, h.height, outBits, req.limits, req.allocator))
+        const uint32_t stride = RowBytes(h.width, h.bits);
+        const uint64_t used = (uint64_t(h.width) * h.bits + 7) / 8;
+        // Every row must be there; the padding of the last one may be missing.
+        if (!rle && !r.Has(h.dataOffset, uint64_t(stride) * (h.height - 1) + used))
+            return KXE_IMAGEFILE;
+        if (!out->Create(h.width, h.height, outBits, req.limits, ResultAllocator(req, outBits)))
             return KXE_IMAGEFILE;
         for (uint32_t i = 0; i < h.colors; ++i) {
             const unsigned char* e = r.At(h.paletteOffset + uint64_t(i) * h.paletteEntry, 3);
@@ -225,10 +230,6 @@ class CBmpBackend : public CBackend {
         out->colors = h.colors;
         if (rle) return DecodeRle(r, h, out);
 
-        const uint32_t stride = RowBytes(h.width, h.bits);
-        const uint64_t used = (uint64_t(h.width) * h.bits + 7) / 8;
-        // Every row must be there; the padding of the last one may be missing.
-        if (!r.Has(h.dataOffset, uint64_t(stride) * (h.height - 1) + used)) return KXE_IMAGEFILE;
         const Channel ch[4] = {MakeChannel(h.masks[0]), MakeChannel(h.masks[1]),
                                MakeChannel(h.masks[2]), MakeChannel(h.masks[3])};
         bool anyAlpha = false;

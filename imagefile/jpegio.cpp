@@ -114,7 +114,7 @@ KXRESULT DecodeJpeg(const unsigned char* data, size_t size, const DecodeRequest&
     const bool cmyk = hd.colorspace == TJCS_CMYK || hd.colorspace == TJCS_YCCK;
     uint32_t bits = req.bits;
     if (bits != 24 && bits != 32) bits = grey ? 8 : 24;
-    if (!out->Create(w, ht, bits, req.limits, req.allocator)) return KXE_IMAGEFILE;
+    if (!out->Create(w, ht, bits, req.limits, ResultAllocator(req, bits))) return KXE_IMAGEFILE;
     out->alpha = Bitmap::kIgnore;
     if (cmyk) {
         Bitmap ink;

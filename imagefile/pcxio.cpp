@@ -90,7 +90,8 @@ class CPcxBackend : public CBackend {
         if (h.encoding == 0 ? dataBytes < total : !PlausibleForBytes(total, dataBytes, kBytesPerByte))
             return KXE_IMAGEFILE;
         const uint32_t bits = OutBits(h);
-        if (!out->Create(h.width, h.height, bits, req.limits, req.allocator)) return KXE_IMAGEFILE;
+        if (!out->Create(h.width, h.height, bits, req.limits, ResultAllocator(req, bits)))
+            return KXE_IMAGEFILE;
 
         // The palette: 16 colours in the header, 256 at the end, or none.
         const unsigned char* hp = r.Data() + 16;

@@ -159,7 +159,7 @@ bool Prepare(Job* job, uint32_t bits, png_colorp palette, int colors) {
     Target* t = static_cast<Target*>(job->context);
     try {
         if (!t->out->Create(int32_t(job->width), int32_t(job->height), bits, t->req->limits,
-                            t->req->allocator))
+                            ResultAllocator(*t->req, bits)))
             return false;
         t->rows.resize(job->height);
     } catch (...) {

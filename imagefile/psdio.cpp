@@ -206,7 +206,8 @@ KXRESULT DecodeMerged(const ByteReader& r, const Header& h, const DecodeRequest&
     }
 
     const uint32_t bits = OutBits(h);
-    if (!out->Create(h.width, h.height, bits, req.limits, req.allocator)) return KXE_IMAGEFILE;
+    if (!out->Create(h.width, h.height, bits, req.limits, ResultAllocator(req, bits)))
+        return KXE_IMAGEFILE;
     if (h.mode == kModeBitmap) {
         out->palette[0] = 0xFFFFFF; // 0 is white, 1 black
         out->palette[1] = 0;

@@ -311,8 +311,9 @@ class CTgaBackend : public CBackend {
         ByteReader r(file.data, file.size);
         Header h;
         if (!Parse(r, &h)) return KXE_IMAGEFILE;
+        bool palette;
         KXRESULT res = DecodePixels(r, h, h.dataOffset, h.width, h.height, (h.type & 8) != 0,
-                                    req.limits, req.allocator, out);
+                                    req.limits, ResultAllocator(req, OutBits(h, &palette)), out);
         if (KX_FAILED(res)) return res;
         SettleAlpha(h, out);
         return KX_OK;

@@ -181,7 +181,8 @@ KXRESULT DecodeDirect(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap
     if (bits != 24 && bits != 32) bits = indexed ? l.bps : (HasAlpha(l) ? 32 : 24);
     // Indices and grey levels come out at their own depth; the loader widens them.
     if (indexed) bits = l.bps;
-    if (!out->Create(int32_t(l.width), int32_t(l.height), bits, req.limits, req.allocator))
+    if (!out->Create(int32_t(l.width), int32_t(l.height), bits, req.limits,
+                     ResultAllocator(req, bits)))
         return KXE_IMAGEFILE;
     if (indexed) {
         if (l.photometric == PHOTOMETRIC_PALETTE) {
@@ -250,7 +251,8 @@ KXRESULT DecodeRgba(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap* 
     const bool alpha = HasAlpha(l);
     uint32_t bits = req.bits;
     if (bits != 24 && bits != 32) bits = alpha ? 32 : 24;
-    if (!out->Create(int32_t(l.width), int32_t(l.height), bits, req.limits, req.allocator))
+    if (!out->Create(int32_t(l.width), int32_t(l.height), bits, req.limits,
+                     ResultAllocator(req, bits)))
         return KXE_IMAGEFILE;
     const uint32_t n = bits / 8;
     for (uint32_t y = 0; y < l.height; ++y) {

@@ -215,7 +215,8 @@ class CMetafileBackend : public CBackend {
         if (!p.Ok() || !p.Size(dpi, &w, &h) || !SizeAllowed(w, h, req.limits)) return KXE_IMAGEFILE;
         const int* px = p.Play(w, h);
         const uint32_t bits = req.bits == 32 ? 32 : 24;
-        if (!px || !out->Create(w, h, bits, req.limits, req.allocator)) return KXE_IMAGEFILE;
+        if (!px || !out->Create(w, h, bits, req.limits, ResultAllocator(req, bits)))
+            return KXE_IMAGEFILE;
         const uint32_t n = bits / 8;
         for (int32_t y = 0; y < h; ++y) {
             const int* s = px + size_t(y) * size_t(w);
