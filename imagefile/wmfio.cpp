@@ -1,6 +1,7 @@
 // Metafile reading. libwmf plays the records into a canvas of its own that starts
 // black, so the picture is given a white page first: a copy of the file in memory with
-// one more record ahead of the others, which paints the metafile's window white.
+// one more record ahead of the others, which paints the metafile's window white. The
+// canvas comes back as a PNG file in memory, the one form of it that libwmf frees.
 #include "wmfio.h"
 
 #include <cstring>
@@ -12,6 +13,7 @@
 #endif
 
 #include "bytereader.h"
+#include "pngio.h"
 
 namespace kelp {
 namespace imgfile {
@@ -34,7 +36,7 @@ bool WmfHeader(const ByteReader& r, size_t* header) {
     uint32_t key;
     *header = (r.Le32(0, &key) && key == kPlaceableKey) ? kPlaceableBytes : 0;
     uint32_t type, words, version;
-    return r.Le16(*header, &type) && (type == 1 || type == 2) && r.Le16(*header + 2, &words) &&
+    return r.Has(*header, kHeaderBytes) && r.Le16(*header, &type) && (type == 1 || type == 2) && r.Le16(*header + 2, &words) &&
            words == 9 && r.Le16(*header + 4, &version) && (version == 0x100 || version == 0x300);
 }
 
@@ -145,15 +147,28 @@ class Player {
         *h = int32_t(uh);
         return uw > 0 && uh > 0;
     }
-    // The picture at w x h as gd colours (0x7FRRGGBB, the top 7 bits a transparency).
-    const int* Play(int32_t w, int32_t h) {
+    // The picture at w x h as a PNG file that libwmf made in memory (and frees with
+    // the session); its length is that of its chunks up to the end chunk.
+    Bytes Play(int32_t w, int32_t h) {
         wmf_gd_t* gd = WMF_GD_GetData(m_api);
-        gd->type = wmf_gd_image;
+        gd->type = wmf_gd_png;
+        gd->flags |= WMF_GD_OUTPUT_MEMORY;
         gd->width = unsigned(w);
         gd->height = unsigned(h);
         gd->bbox = m_bbox;
-        if (wmf_play(m_api, 0, &m_bbox) != wmf_E_None || !gd->gd_image) return nullptr;
-        return wmf_gd_image_pixels(gd->gd_image);
+        if (wmf_play(m_api, 0, &m_bbox) != wmf_E_None || !gd->memory) return Bytes();
+        const unsigned char* p = reinterpret_cast<const unsigned char*>(gd->memory);
+        // No picture of these sizes needs more than this.
+        const uint64_t most = uint64_t(w) * uint64_t(h) * 8 + (uint64_t(1) << 20);
+        uint64_t at = 8;
+        while (at + 12 <= most) {
+            const uint32_t length = (uint32_t(p[at]) << 24) | (uint32_t(p[at + 1]) << 16) |
+                                    (uint32_t(p[at + 2]) << 8) | uint32_t(p[at + 3]);
+            const bool end = std::memcmp(p + at + 4, "IEND", 4) == 0;
+            at += 12 + uint64_t(length);
+            if (end) return Bytes{p, size_t(at)};
+        }
+        return Bytes();
     }
 
   private:
@@ -213,22 +228,12 @@ class CMetafileBackend : public CBackend {
         int32_t w, h;
         const int32_t dpi = req.resolution > 0 ? req.resolution : kNaturalDpi;
         if (!p.Ok() || !p.Size(dpi, &w, &h) || !SizeAllowed(w, h, req.limits)) return KXE_IMAGEFILE;
-        const int* px = p.Play(w, h);
-        const uint32_t bits = req.bits == 32 ? 32 : 24;
-        if (!px || !out->Create(w, h, bits, req.limits, ResultAllocator(req, bits)))
-            return KXE_IMAGEFILE;
-        const uint32_t n = bits / 8;
-        for (int32_t y = 0; y < h; ++y) {
-            const int* s = px + size_t(y) * size_t(w);
-            unsigned char* d = out->Line(y);
-            for (int32_t x = 0; x < w; ++x, d += n) {
-                const uint32_t v = uint32_t(s[x]);
-                d[0] = uint8_t(v);
-                d[1] = uint8_t(v >> 8);
-                d[2] = uint8_t(v >> 16);
-                if (n == 4) d[3] = 255;
-            }
-        }
+        const Bytes png = p.Play(w, h);
+        if (!png.data) return KXE_IMAGEFILE;
+        DecodeRequest d = req;
+        d.bits = req.bits == 32 ? 32 : 24;
+        d.minWidth = d.minHeight = 0;
+        if (KX_FAILED(PngBackend()->Decode(png, d, out))) return KXE_IMAGEFILE;
         out->alpha = Bitmap::kIgnore;
         return KX_OK;
 #else

@@ -7,3 +7,8 @@ int CmdDemo(int argc, char** argv);
 // kelp resample IN OUT --rate HZ
 int CmdResample(int argc, char** argv);
 int CmdConfig(int argc, char** argv); // kelp config get|set|list|delete
+// kelp info FILE: what the library sees in an image file
+int CmdInfo(int argc, char** argv);
+// kelp convert IN OUT [--depth 24|32] [--alpha straight|opaque|premultiplied] [--size WxH]
+// [--quality Q]
+int CmdConvert(int argc, char** argv);

@@ -23,6 +23,8 @@ const Command kCommands[] = {
     {"demo", CmdDemo, "a generated image through the conversion manager [--out DIR]"},
     {"resample", CmdResample, "convert a sound file to another standard rate"},
     {"config", CmdConfig, "read and change settings (get, set, list, delete)"},
+    {"info", CmdInfo, "what the library sees in an image file"},
+    {"convert", CmdConvert, "convert an image file (depth, alpha, size, quality)"},
 };
 
 void Usage() {
