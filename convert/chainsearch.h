@@ -6,7 +6,10 @@
 namespace kelp {
 
 // True if a chain was found: it is then request.bestChain, and *request.quality holds
-// its Q. Without a chain *request.quality is ConversionRequest::kNoChainQ.
+// its Q. A search that ran and found nothing leaves *request.quality at
+// ConversionRequest::kNoChainQ. A row alignment other than 0, 4 or the exact row size
+// of either record fails before any stage is asked; otherwise both records' bmiAlignment
+// are rewritten to 4.
 bool CreateConverterList(ConversionRequest& request);
 
 } // namespace kelp

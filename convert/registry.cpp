@@ -5,8 +5,10 @@
 
 #include <new>
 
+#include "alphaconv.h"
 #include "catchall.h"
 #include "convman.h"
+#include "rgbconv.h"
 #include "runtime/kelpos.h"
 #include "runtime/module.h"
 
@@ -26,15 +28,15 @@ template <class T> IConverter* MakeStage() {
 // in length and cost the 32-bit one wins.
 const StageFactory kBuiltinStages[] = {
     // MakeStage<CRGBScale32>,           // "Scale32"
-    // MakeStage<CRGBConverterRGB32>,    // "nBit to 32bit"
+    MakeStage<CRGBConverterRGB32>, // "nBit to 32bit"
     // MakeStage<CRGBConverterYUV4444>,  // "RGB->YUV4444"
     // MakeStage<CYUV444ConverterRGB32>, // "YUV444->RGB32"
     // MakeStage<CRGBDeinterlacer32>,    // "Deinterlacer32"
-    // MakeStage<CAlphaConverter>,       // "AlphaConverter"
+    MakeStage<CAlphaConverter>, // "AlphaConverter"
     // MakeStage<CRGBCrop>,              // "RGBCrop"
     // MakeStage<CYUVConverterYUV>,      // "CYUVConverterYUV", kept as "CYUVConverterYU"
     // MakeStage<CRGBScale24>,           // "Scale24"
-    // MakeStage<CRGBConverterRGB24>,    // "nBit to 24bit"
+    MakeStage<CRGBConverterRGB24>, // "nBit to 24bit"
     // MakeStage<CYUV444ConverterRGB24>, // "YUV444->RGB24"
     // MakeStage<CRGBDeinterlacer24>,    // "Deinterlacer24"
     nullptr, // end of the table

@@ -171,5 +171,12 @@ bool GetFileSize(FileHandle* f, uint64_t* size);
 bool CloseFile(FileHandle* f); // false if the last writes could not be completed
 bool DeleteFile(const std::wstring& path);
 
+// ---- Conversion kernels: guard pages
+size_t PageSize();
+// Makes whole pages of a page block unreadable and unwritable (p and size a multiple of
+// PageSize()), so that a kernel reading or writing past a buffer placed before them
+// faults at once. PageFree releases them with the block.
+bool PageNoAccess(void* p, size_t size);
+
 } // namespace os
 } // namespace kelp

@@ -916,5 +916,14 @@ bool CloseFile(FileHandle* f) {
 
 bool DeleteFile(const std::wstring& path) { return ::unlink(ToUtf8(path).c_str()) == 0; }
 
+// ---------------------------------------------------------------- conversion kernels
+
+size_t PageSize() { return size_t(sysconf(_SC_PAGESIZE)); }
+
+bool PageNoAccess(void* p, size_t size) {
+    if (!p || size == 0) return false;
+    return mprotect(p, size, PROT_NONE) == 0;
+}
+
 } // namespace os
 } // namespace kelp
