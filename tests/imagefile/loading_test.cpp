@@ -201,17 +201,27 @@ TEST_F(ImageLoading, SavingChoosesByExtension) {
 }
 
 TEST_F(ImageLoading, FlattenedBmpGoesThroughTheConversionManager) {
-    const Dib d = ToDib(Pattern(16, 8, false), 24);
+    const Img p = Pattern(16, 8, true);
+    const Dib d32 = ToDib(p, 32);
     kelp::ImageSaveOptions o = {24, 0, IMAGESAVE_FLATTEN24, 100, {0, 0}};
-    ASSERT_EQ(Save("flat.bmp", d, &o), KX_OK);
-    EXPECT_EQ(ReadBytes(Path("flat.bmp")).size(), 54u + d.pixels.size());
-    // dbgBMP writes the same into the temporary directory, when its level is active.
+    ASSERT_EQ(Save("flat.bmp", d32, &o), KX_OK);
+    EXPECT_EQ(ReadBytes(Path("flat.bmp")).size(), 54u + 48u * 8u);
+    const Loaded l = Load("flat.bmp", 0);
+    ASSERT_EQ(l.result, KX_OK);
+    EXPECT_EQ(l.desc.bmi.biBitCount, 24);
+    EXPECT_EQ(l.img.px, Opaque(p).px);
+    // Without the flag the image is written as it is.
+    ASSERT_EQ(Save("as-is.bmp", d32), KX_OK);
+    EXPECT_EQ(ReadBytes(Path("as-is.bmp")).size(), 54u + d32.pixels.size());
+
+    // dbgBMP writes the flattened file into the temporary directory, when its level is
+    // active.
     const char* old = getenv("TMPDIR");
     const std::string keep = old ? old : "";
     setenv("TMPDIR", m_dir.c_str(), 1);
     SinkSetLevelMask(~0u & ~(1u << 20));
-    kelp::dbgBMP(8, 20, L"quiet", &d.desc.bmi, d.pixels.data());
-    kelp::dbgBMP(8, 21, L"dump", &d.desc.bmi, d.pixels.data());
+    kelp::dbgBMP(8, 20, L"quiet", &d32.desc.bmi, d32.pixels.data());
+    kelp::dbgBMP(8, 21, L"dump", &d32.desc.bmi, d32.pixels.data());
     if (old)
         setenv("TMPDIR", keep.c_str(), 1);
     else
