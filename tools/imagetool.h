@@ -54,4 +54,10 @@ inline std::string Extension(const std::string& path) {
     return ext;
 }
 
+// The image file part of kelp demo: `image` written through the image files into
+// OUT/files and read back, and every file of `samplesDir` (if not empty) converted
+// into OUT/converted as a 24-bit .bmp. False if a step failed.
+bool DemoImageFiles(const std::string& outDir, const std::string& samplesDir,
+                    const KXBMINFOHEADER* image, const void* pixels);
+
 } // namespace imagetool

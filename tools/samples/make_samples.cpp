@@ -1,9 +1,8 @@
 // kelp_samples DIR: writes the project's own sample image files, one or more of every
 // format the library reads, into DIR. The demo converts them; the fuzz targets start
 // from them.
-#include <sys/stat.h>
-
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -17,7 +16,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string dir = argv[1];
-    mkdir(dir.c_str(), 0777);
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
     const Img photo = Pattern(160, 120, false);
     const Img clear = Pattern(96, 64, true);
     const Img small = Pattern(32, 24, false);
@@ -52,7 +52,12 @@ int main(int argc, char** argv) {
         {"cmyk.psd", PsdFile(photo, kPsdCmyk)},
         {"drawing.wmf", WmfFile(2880, 1440, 1440)},
     };
-    for (const auto& f : files) WriteBytes(dir + "/" + f.first, f.second);
+    for (const auto& f : files) {
+        if (!WriteBytes(dir + "/" + f.first, f.second)) {
+            std::fprintf(stderr, "kelp_samples: cannot write %s/%s\n", dir.c_str(), f.first.c_str());
+            return 1;
+        }
+    }
     std::printf("%zu sample files in %s\n", files.size(), dir.c_str());
     return 0;
 }

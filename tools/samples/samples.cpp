@@ -897,9 +897,10 @@ Bytes WmfFile(int w, int h, int unitsPerInch) {
     return b;
 }
 
-void WriteBytes(const std::string& path, const Bytes& bytes) {
+bool WriteBytes(const std::string& path, const Bytes& bytes) {
     std::ofstream f(path, std::ios::binary);
     f.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    return bool(f);
 }
 
 Bytes ReadBytes(const std::string& path) {

@@ -80,7 +80,7 @@ Bytes JpegFile(const Img& img, int quality, uint32_t orientation = 0,
 // rectangle over its middle third.
 Bytes WmfFile(int w, int h, int unitsPerInch);
 
-void WriteBytes(const std::string& path, const Bytes& bytes);
+bool WriteBytes(const std::string& path, const Bytes& bytes);
 Bytes ReadBytes(const std::string& path);
 
 } // namespace kelptest
