@@ -47,7 +47,7 @@ bool Bitmap::Create(int32_t width, int32_t height, uint32_t bits, const Limits& 
     const uint64_t stride = RowBytes(width, bits);
     const uint64_t bytes = stride * uint64_t(height);
     if (bytes >= (uint64_t(1) << 31)) return false;
-    if (!allocator) allocator = GetDualAllocator();
+    if (!allocator) allocator = WorkAllocator();
     void* p = nullptr;
     try {
         p = allocator->Allocate(unsigned(bytes ? bytes : 1), 0);

@@ -20,6 +20,11 @@ namespace imgfile {
 constexpr uint64_t kMaxPixelsCeiling = uint64_t(1) << 28; // 268,435,456 pixels
 constexpr int32_t kMaxSide = 1 << 20;                     // 1,048,576 pixels a side
 
+// Where the working bitmaps of the readers come from: the library's dual allocator
+// (heap blocks for small pictures, pages for large ones). Defined apart from the
+// readers, so that they can be built alone.
+IAllocator* WorkAllocator();
+
 struct Limits {
     uint64_t maxPixels = kMaxPixelsCeiling;
 };
@@ -46,8 +51,7 @@ class Bitmap {
     Bitmap(Bitmap&& other) noexcept { *this = static_cast<Bitmap&&>(other); }
     Bitmap& operator=(Bitmap&& other) noexcept;
 
-    // Allocates width x height at `bits` through `allocator` (the library's dual
-    // allocator if null). The pixels are not cleared, except for the padding at the end
+    // Allocates width x height at `bits` through `allocator` (WorkAllocator() if null). The pixels are not cleared, except for the padding at the end
     // of each row, which is zero so that no stale memory reaches a file. False on
     // failure or for a size beyond the limits.
     bool Create(int32_t width, int32_t height, uint32_t bits, const Limits& limits,
