@@ -346,14 +346,21 @@ class CTiffBackend : public CBackend {
 
     KXRESULT Save(const Bitmap& image, uint32_t bits, uint32_t, ByteSink* out) const override {
         if (bits != 24) return KXE_IMAGEFILE;
+        // 24 and 32 bits are read as they are; other depths are widened first.
         Bitmap tmp;
-        const Bitmap* src = AtDepth(image, 24, &tmp, Limits());
+        const Bitmap* src = image.Bits() >= 24 ? &image : AtDepth(image, 24, &tmp, Limits());
         if (!src) return KXE_IMAGEFILE;
         const uint32_t w = uint32_t(src->Width()), h = uint32_t(src->Height());
+        const uint32_t n = src->Bits() / 8;
         const size_t rowBytes = size_t(w) * 3;
+        // Strips of about 256 KiB: few calls, and a buffer that stays in the cache.
+        const uint32_t rowsPerStrip =
+            uint32_t(std::min<size_t>(h, std::max<size_t>(1, (size_t(1) << 18) / rowBytes)));
+        std::vector<unsigned char> strip;
         out->clear();
         try {
             out->reserve(rowBytes * h + 4096);
+            strip.resize(rowBytes * rowsPerStrip);
         } catch (...) {
             return KXE_IMAGEFILE;
         }
@@ -362,7 +369,6 @@ class CTiffBackend : public CBackend {
         Tiff t(&f, "w");
         TIFF* tf = t.get();
         if (!tf) return KXE_IMAGEFILE;
-        const uint32_t rowsPerStrip = uint32_t(std::max<size_t>(1, (size_t(1) << 16) / rowBytes));
         TIFFSetField(tf, TIFFTAG_IMAGEWIDTH, w);
         TIFFSetField(tf, TIFFTAG_IMAGELENGTH, h);
         TIFFSetField(tf, TIFFTAG_BITSPERSAMPLE, 8);
@@ -372,16 +378,19 @@ class CTiffBackend : public CBackend {
         TIFFSetField(tf, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
         TIFFSetField(tf, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
         TIFFSetField(tf, TIFFTAG_ROWSPERSTRIP, rowsPerStrip);
-        std::vector<unsigned char> line(rowBytes);
-        for (uint32_t y = 0; y < h; ++y) {
-            const unsigned char* s = src->Line(int32_t(y));
-            unsigned char* d = line.data();
-            for (uint32_t x = 0; x < w; ++x, s += 3, d += 3) {
-                d[0] = s[2];
-                d[1] = s[1];
-                d[2] = s[0];
+        for (uint32_t y0 = 0, index = 0; y0 < h; y0 += rowsPerStrip, ++index) {
+            const uint32_t rows = std::min(rowsPerStrip, h - y0);
+            for (uint32_t r = 0; r < rows; ++r) {
+                const unsigned char* s = src->Line(int32_t(y0 + r));
+                unsigned char* d = strip.data() + size_t(r) * rowBytes;
+                for (uint32_t x = 0; x < w; ++x, s += n, d += 3) {
+                    d[0] = s[2];
+                    d[1] = s[1];
+                    d[2] = s[0];
+                }
             }
-            if (TIFFWriteScanline(tf, line.data(), y, 0) < 0) return KXE_IMAGEFILE;
+            if (TIFFWriteEncodedStrip(tf, index, strip.data(), tmsize_t(rows * rowBytes)) < 0)
+                return KXE_IMAGEFILE;
         }
         return t.Close() ? KX_OK : KXE_IMAGEFILE;
     }

@@ -61,7 +61,7 @@ bool WithWhitePage(const ByteReader& r, size_t header, std::vector<unsigned char
     int32_t x = 0, y = 0, w = 0, h = 0;
     bool found = false;
     if (header == kPlaceableBytes) {
-        uint32_t l, t, rt, b;
+        uint32_t l = 0, t = 0, rt = 0, b = 0;
         r.Le16(6, &l);
         r.Le16(8, &t);
         r.Le16(10, &rt);
