@@ -54,9 +54,13 @@ const std::string& PhotoPath() {
     return path;
 }
 
-std::wstring Wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
+std::wstring Wide(const std::string& s) {
+    return std::wstring(s.begin(), s.end());
+}
 
-std::string TiffPath() { return PhotoPath() + ".tif"; }
+std::string TiffPath() {
+    return PhotoPath() + ".tif";
+}
 
 struct Loaded {
     KXBMINFOHEADER desc{};

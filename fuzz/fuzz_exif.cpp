@@ -11,7 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (ParseExif(data, size, &info) && info.hasThumbnail) {
         // The thumbnail lies inside the data: reading all of it must be safe.
         volatile uint8_t sum = 0;
-        for (size_t i = 0; i < info.thumbnailLength; ++i) sum ^= data[info.thumbnailOffset + i];
+        for (size_t i = 0; i < info.thumbnailLength; ++i)
+            sum ^= data[info.thumbnailOffset + i];
     }
     const unsigned char* tiff;
     size_t tiffSize;

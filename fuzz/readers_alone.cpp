@@ -25,11 +25,19 @@ class MallocAllocator : public IAllocator {
 MallocAllocator g_allocator;
 } // namespace
 
-IAllocator* WorkAllocator() { return &g_allocator; }
+IAllocator* WorkAllocator() {
+    return &g_allocator;
+}
 
-const CBackend* PngBackend() { return JpegBackend(); }
-const CBackend* TiffBackend() { return JpegBackend(); }
-const CBackend* MetafileBackend() { return JpegBackend(); }
+const CBackend* PngBackend() {
+    return JpegBackend();
+}
+const CBackend* TiffBackend() {
+    return JpegBackend();
+}
+const CBackend* MetafileBackend() {
+    return JpegBackend();
+}
 
 } // namespace imgfile
 } // namespace kelp

@@ -11,7 +11,7 @@ namespace {
 
 // The shared empty block: constant-initialised, so that it exists before any code of
 // the library runs. Its fields are never written.
-CKELPImgData g_dataNil = {{}, uint32_t(sizeof(CKELPImgData)), 0, 0, 0, nullptr, nullptr, 0,
+CKELPImgData g_dataNil = {{},     uint32_t(sizeof(CKELPImgData)), 0, 0, 0, nullptr, nullptr, 0,
                           nullptr};
 
 // The class-wide allocator. Until a caller sets one, new pixel memory comes from the
@@ -21,9 +21,13 @@ bool g_allocatorSet = false;
 
 const char* const kSource = ".\\kelpimg";
 
-uint32_t RoundHeader(uint32_t biSize) { return (biSize + 63u) & ~63u; }
+uint32_t RoundHeader(uint32_t biSize) {
+    return (biSize + 63u) & ~63u;
+}
 
-uint32_t AbsSize(int32_t size) { return size < 0 ? 0u - uint32_t(size) : uint32_t(size); }
+uint32_t AbsSize(int32_t size) {
+    return size < 0 ? 0u - uint32_t(size) : uint32_t(size);
+}
 
 } // namespace
 
@@ -41,14 +45,18 @@ uint32_t KELPImgRequiredBytes(const KXBMINFOHEADER* pKxBmiTemplate) {
 
 CKELPImg::CKELPImg(uint32_t tag) : m_pData(g_pDataNil), m_dwTag(tag) {}
 
-CKELPImg::CKELPImg(const CKELPImg& other) : m_pData(g_pDataNil), m_dwTag(0) { Assign(other); }
+CKELPImg::CKELPImg(const CKELPImg& other) : m_pData(g_pDataNil), m_dwTag(0) {
+    Assign(other);
+}
 
 CKELPImg::CKELPImg(KXBMINFOHEADER* desc, void* pixels, uint32_t tag)
     : m_pData(g_pDataNil), m_dwTag(0) {
     Attach(desc, pixels, tag);
 }
 
-CKELPImg::~CKELPImg() { Free(); }
+CKELPImg::~CKELPImg() {
+    Free();
+}
 
 void CKELPImg::Assert(bool ok, const char* text, unsigned line) const {
     if (!ok) dbgAssert(text, kSource, line, 8);
@@ -67,7 +75,9 @@ IAllocator* CKELPImg::GetAllocator() {
 
 // ---------------------------------------------------------------- the block
 
-void CKELPImg::SetNil() { m_pData = g_pDataNil; }
+void CKELPImg::SetNil() {
+    m_pData = g_pDataNil;
+}
 
 bool CKELPImg::IsNil(const CKELPImgData* block) const {
     return block == nullptr || block == g_pDataNil;
@@ -135,7 +145,9 @@ void CKELPImg::Free() {
     SetNil();
 }
 
-void CKELPImg::Detach() { Free(); }
+void CKELPImg::Detach() {
+    Free();
+}
 
 bool CKELPImg::Attach(KXBMINFOHEADER* desc, void* pixels, uint32_t tag) {
     Free();
@@ -160,9 +172,13 @@ int32_t CKELPImg::Decrement(volatile int32_t* value) {
     return __atomic_sub_fetch(value, 1, __ATOMIC_SEQ_CST);
 }
 
-bool CKELPImg::IsLocked() const { return m_pData->m_iRefs < 0; }
+bool CKELPImg::IsLocked() const {
+    return m_pData->m_iRefs < 0;
+}
 
-bool CKELPImg::UseMMX() { return kelp::UseMMX(); }
+bool CKELPImg::UseMMX() {
+    return kelp::UseMMX();
+}
 
 // ---------------------------------------------------------------- copies
 
@@ -278,12 +294,11 @@ bool CKELPImg::IsEqual(const CKELPImg& other) const {
     const KXBMINFOHEADER* x = GetDesc();
     const KXBMINFOHEADER* y = other.GetDesc();
     if (x->biSize != y->biSize || x->biCompression != y->biCompression ||
-        x->biPlanes != y->biPlanes || x->biBitCount != y->biBitCount ||
-        x->biWidth != y->biWidth || x->biHeight != y->biHeight ||
-        kelp::DIBSize(x) != kelp::DIBSize(y) || kelp::DIBRatioX(x) != kelp::DIBRatioX(y) ||
-        kelp::DIBRatioY(x) != kelp::DIBRatioY(y) || x->bmiFormat != y->bmiFormat ||
-        x->bmiAlpha != y->bmiAlpha || kelp::DIBAlignment(x) != kelp::DIBAlignment(y) ||
-        x->bmiFrame != y->bmiFrame)
+        x->biPlanes != y->biPlanes || x->biBitCount != y->biBitCount || x->biWidth != y->biWidth ||
+        x->biHeight != y->biHeight || kelp::DIBSize(x) != kelp::DIBSize(y) ||
+        kelp::DIBRatioX(x) != kelp::DIBRatioX(y) || kelp::DIBRatioY(x) != kelp::DIBRatioY(y) ||
+        x->bmiFormat != y->bmiFormat || x->bmiAlpha != y->bmiAlpha ||
+        kelp::DIBAlignment(x) != kelp::DIBAlignment(y) || x->bmiFrame != y->bmiFrame)
         return false;
     if (x->biCompression != KXBI_RGB) {
         if (x->biCompression != KXBI_YUV || x->biSize < KXBMI_SIZE_YUV) return false;
@@ -300,23 +315,43 @@ bool CKELPImg::IsEqual(const CKELPImg& other) const {
 
 // ---------------------------------------------------------------- hooks
 
-bool CKELPImg::CreateHook(const KXBMINFOHEADER*, uintptr_t) { return false; }
+bool CKELPImg::CreateHook(const KXBMINFOHEADER*, uintptr_t) {
+    return false;
+}
 bool CKELPImg::CreateLike(const CKELPImg& other, uintptr_t arg) {
     return CreateHook(other.GetDesc(), arg);
 }
-bool CKELPImg::Hook11(uintptr_t) { return false; }
-bool CKELPImg::Hook12(uintptr_t) { return false; }
-bool CKELPImg::Hook13(uintptr_t, uintptr_t, uintptr_t) { return false; }
-bool CKELPImg::Hook14(uintptr_t, uintptr_t) { return false; }
-bool CKELPImg::Hook15(uintptr_t, uintptr_t) { return false; }
-uint32_t CKELPImg::Hook17() { return 0; }
+bool CKELPImg::Hook11(uintptr_t) {
+    return false;
+}
+bool CKELPImg::Hook12(uintptr_t) {
+    return false;
+}
+bool CKELPImg::Hook13(uintptr_t, uintptr_t, uintptr_t) {
+    return false;
+}
+bool CKELPImg::Hook14(uintptr_t, uintptr_t) {
+    return false;
+}
+bool CKELPImg::Hook15(uintptr_t, uintptr_t) {
+    return false;
+}
+uint32_t CKELPImg::Hook17() {
+    return 0;
+}
 void CKELPImg::Hook18() {}
 void CKELPImg::Hook19(uintptr_t, uintptr_t, uintptr_t, uintptr_t) {}
 void CKELPImg::Hook20(uintptr_t) {}
 void CKELPImg::Hook21(uintptr_t) {}
-bool CKELPImg::Hook22(uintptr_t) { return false; }
-bool CKELPImg::Hook23(uintptr_t, uintptr_t, uintptr_t) { return false; }
-bool CKELPImg::Hook24(uintptr_t, uintptr_t) { return false; }
+bool CKELPImg::Hook22(uintptr_t) {
+    return false;
+}
+bool CKELPImg::Hook23(uintptr_t, uintptr_t, uintptr_t) {
+    return false;
+}
+bool CKELPImg::Hook24(uintptr_t, uintptr_t) {
+    return false;
+}
 
 // ---------------------------------------------------------------- accessors
 
@@ -330,8 +365,12 @@ uint32_t CKELPImg::HeaderBytes() const {
     return GetDesc() ? GetDesc()->biSize : 0;
 }
 
-uint32_t CKELPImg::DIBRatioX() const { return GetDesc() ? kelp::DIBRatioX(GetDesc()) : 0x10000; }
-uint32_t CKELPImg::DIBRatioY() const { return GetDesc() ? kelp::DIBRatioY(GetDesc()) : 0x10000; }
+uint32_t CKELPImg::DIBRatioX() const {
+    return GetDesc() ? kelp::DIBRatioX(GetDesc()) : 0x10000;
+}
+uint32_t CKELPImg::DIBRatioY() const {
+    return GetDesc() ? kelp::DIBRatioY(GetDesc()) : 0x10000;
+}
 
 uint32_t CKELPImg::DIBAlpha() const {
     Assert(IsValidDIB(), "IsValidDIB()", __LINE__);

@@ -16,7 +16,9 @@ namespace imgfile {
 
 namespace {
 
-bool Turns(uint32_t orientation) { return orientation >= 2 && orientation <= 8; }
+bool Turns(uint32_t orientation) {
+    return orientation >= 2 && orientation <= 8;
+}
 
 // The picture decoded, at the requested depth and turned. The caller's allocator
 // serves at most one block at a time, and only the step that makes the result: an
@@ -87,7 +89,9 @@ KXRESULT CBackend::LoadResized(const Bytes& file, const LoadRequest& req, int32_
     return KX_OK;
 }
 
-KXRESULT CBackend::ReadStamp(const Bytes&, const Limits&, Bitmap*) const { return KXE_IMAGEFILE; }
+KXRESULT CBackend::ReadStamp(const Bytes&, const Limits&, Bitmap*) const {
+    return KXE_IMAGEFILE;
+}
 
 KXRESULT CBackend::Save(const Bitmap&, uint32_t, uint32_t, ByteSink*) const {
     return KXE_IMAGEFILE;
@@ -95,9 +99,8 @@ KXRESULT CBackend::Save(const Bitmap&, uint32_t, uint32_t, ByteSink*) const {
 
 const CBackend* FindBackend(const Bytes& file, const wchar_t* ext) {
     // Formats with a signature first; TGA, which has none, last.
-    const CBackend* const order[] = {JpegBackend(), PngBackend(),      TiffBackend(),
-                                     BmpBackend(),  PsdBackend(),      MetafileBackend(),
-                                     PcxBackend(),  TgaBackend()};
+    const CBackend* const order[] = {JpegBackend(), PngBackend(),      TiffBackend(), BmpBackend(),
+                                     PsdBackend(),  MetafileBackend(), PcxBackend(),  TgaBackend()};
     for (const CBackend* b : order)
         if (b->Sniff(file, ext)) return b;
     return nullptr;

@@ -101,8 +101,8 @@ class CBackend {
     // The picture at req.bits, turned by req.orientation.
     KXRESULT Load(const Bytes& file, const LoadRequest& req, Bitmap* out) const;
     // The same, resampled to exactly width x height (of the turned picture).
-    KXRESULT LoadResized(const Bytes& file, const LoadRequest& req, int32_t width,
-                         int32_t height, Bitmap* out) const;
+    KXRESULT LoadResized(const Bytes& file, const LoadRequest& req, int32_t width, int32_t height,
+                         Bitmap* out) const;
     // The stamp stored in the file, at its own depth. KXE_IMAGEFILE if there is none.
     virtual KXRESULT ReadStamp(const Bytes& file, const Limits& limits, Bitmap* out) const;
     // Writes `image` at `bits` (24 or 32) with the quality factor of the algorithm: 2 is

@@ -42,8 +42,7 @@ bool Bitmap::Create(int32_t width, int32_t height, uint32_t bits, const Limits& 
                     IAllocator* allocator) {
     Reset();
     if (!SizeAllowed(width, height, limits)) return false;
-    if (bits != 1 && bits != 4 && bits != 8 && bits != 16 && bits != 24 && bits != 32)
-        return false;
+    if (bits != 1 && bits != 4 && bits != 8 && bits != 16 && bits != 24 && bits != 32) return false;
     const uint64_t stride = RowBytes(width, bits);
     const uint64_t bytes = stride * uint64_t(height);
     if (bytes >= (uint64_t(1) << 31)) return false;
@@ -196,14 +195,38 @@ bool Orient(const Bitmap& src, uint32_t orientation, Bitmap* out, const Limits& 
         for (int32_t x = 0; x < dw; ++x, d += n) {
             int32_t sx, sy;
             switch (orientation) {
-            case 2: sx = sw - 1 - x; sy = y; break;
-            case 3: sx = sw - 1 - x; sy = sh - 1 - y; break;
-            case 4: sx = x; sy = sh - 1 - y; break;
-            case 5: sx = y; sy = x; break;
-            case 6: sx = y; sy = sh - 1 - x; break;
-            case 7: sx = sw - 1 - y; sy = sh - 1 - x; break;
-            case 8: sx = sw - 1 - y; sy = x; break;
-            default: sx = x; sy = y; break;
+            case 2:
+                sx = sw - 1 - x;
+                sy = y;
+                break;
+            case 3:
+                sx = sw - 1 - x;
+                sy = sh - 1 - y;
+                break;
+            case 4:
+                sx = x;
+                sy = sh - 1 - y;
+                break;
+            case 5:
+                sx = y;
+                sy = x;
+                break;
+            case 6:
+                sx = y;
+                sy = sh - 1 - x;
+                break;
+            case 7:
+                sx = sw - 1 - y;
+                sy = sh - 1 - x;
+                break;
+            case 8:
+                sx = sw - 1 - y;
+                sy = x;
+                break;
+            default:
+                sx = x;
+                sy = y;
+                break;
             }
             std::memcpy(d, src.Line(sy) + size_t(sx) * n, n);
         }
@@ -297,10 +320,12 @@ bool Resize(const Bitmap& src, int32_t width, int32_t height, Bitmap* out, const
         for (size_t k = 0; k < t.weights.size(); ++k) {
             const unsigned char* s = mid.Line(t.first + int32_t(k));
             const uint64_t w = t.weights[k];
-            for (size_t i = 0; i < rowBytes; ++i) acc[i] += w * s[i];
+            for (size_t i = 0; i < rowBytes; ++i)
+                acc[i] += w * s[i];
         }
         unsigned char* d = out->Line(y);
-        for (size_t i = 0; i < rowBytes; ++i) d[i] = uint8_t((acc[i] + t.total / 2) / t.total);
+        for (size_t i = 0; i < rowBytes; ++i)
+            d[i] = uint8_t((acc[i] + t.total / 2) / t.total);
     }
     return true;
 }

@@ -51,9 +51,9 @@ class Bitmap {
     Bitmap(Bitmap&& other) noexcept { *this = static_cast<Bitmap&&>(other); }
     Bitmap& operator=(Bitmap&& other) noexcept;
 
-    // Allocates width x height at `bits` through `allocator` (WorkAllocator() if null). The pixels are not cleared, except for the padding at the end
-    // of each row, which is zero so that no stale memory reaches a file. False on
-    // failure or for a size beyond the limits.
+    // Allocates width x height at `bits` through `allocator` (WorkAllocator() if null). The pixels
+    // are not cleared, except for the padding at the end of each row, which is zero so that no
+    // stale memory reaches a file. False on failure or for a size beyond the limits.
     bool Create(int32_t width, int32_t height, uint32_t bits, const Limits& limits,
                 IAllocator* allocator = nullptr);
     void Reset();

@@ -41,8 +41,7 @@ bool Parse(const ByteReader& r, Header* h) {
     h->headerSize = hs;
     if (hs == 12) {
         uint32_t w, ht, planes, bits;
-        if (!r.Le16(18, &w) || !r.Le16(20, &ht) || !r.Le16(22, &planes) ||
-            !r.Le16(24, &bits))
+        if (!r.Le16(18, &w) || !r.Le16(20, &ht) || !r.Le16(22, &planes) || !r.Le16(24, &bits))
             return false;
         h->width = int32_t(w);
         h->height = int32_t(ht);
@@ -51,9 +50,8 @@ bool Parse(const ByteReader& r, Header* h) {
         if (planes != 1) return false;
     } else if (hs == 40 || hs == 52 || hs == 56 || hs == 64 || hs == 108 || hs == 124) {
         uint32_t w, ht, planes, bits, comp, ppm, used;
-        if (!r.Le32(18, &w) || !r.Le32(22, &ht) || !r.Le16(26, &planes) ||
-            !r.Le16(28, &bits) || !r.Le32(30, &comp) || !r.Le32(38, &ppm) ||
-            !r.Le32(46, &used))
+        if (!r.Le32(18, &w) || !r.Le32(22, &ht) || !r.Le16(26, &planes) || !r.Le16(28, &bits) ||
+            !r.Le32(30, &comp) || !r.Le32(38, &ppm) || !r.Le32(46, &used))
             return false;
         if (planes != 1 || ht == 0x80000000u) return false;
         h->width = int32_t(w);
@@ -104,8 +102,10 @@ struct Channel {
 Channel MakeChannel(uint32_t mask) {
     Channel c{mask, 0, 0};
     if (!mask) return c;
-    while (!((mask >> c.shift) & 1)) ++c.shift;
-    while (c.shift + c.width < 32 && ((mask >> (c.shift + c.width)) & 1)) ++c.width;
+    while (!((mask >> c.shift) & 1))
+        ++c.shift;
+    while (c.shift + c.width < 32 && ((mask >> (c.shift + c.width)) & 1))
+        ++c.width;
     return c;
 }
 // A channel of fewer than 8 bits widens by repeating its bits, as 5-5-5 pixels do
@@ -138,7 +138,8 @@ KXRESULT DecodeRle(const ByteReader& r, const Header& h, Bitmap* out) {
             unsigned char* row = out->Data() + size_t(y) * out->Stride();
             if (four) {
                 unsigned char& byte = row[x / 2];
-                byte = (x & 1) ? uint8_t((byte & 0xF0) | index) : uint8_t((byte & 0x0F) | (index << 4));
+                byte = (x & 1) ? uint8_t((byte & 0xF0) | index)
+                               : uint8_t((byte & 0x0F) | (index << 4));
             } else {
                 row[x] = uint8_t(index);
             }
@@ -193,7 +194,8 @@ class CBmpBackend : public CBackend {
         info->width = h.width;
         info->height = h.height;
         info->bits = h.bits;
-        info->xResolution = h.xPelsPerMeter > 0 ? int32_t((int64_t(h.xPelsPerMeter) * 254 + 5000) / 10000) : 0;
+        info->xResolution =
+            h.xPelsPerMeter > 0 ? int32_t((int64_t(h.xPelsPerMeter) * 254 + 5000) / 10000) : 0;
         return KX_OK;
     }
 
@@ -240,15 +242,17 @@ class CBmpBackend : public CBackend {
             if (outBits == h.bits && (!masked || plain32 || outBits == 16)) {
                 std::memcpy(d, s, size_t(used));
                 if (h.bits == 32)
-                    for (int32_t x = 0; x < h.width; ++x) anyAlpha |= s[4 * x + 3] != 0;
+                    for (int32_t x = 0; x < h.width; ++x)
+                        anyAlpha |= s[4 * x + 3] != 0;
                 continue;
             }
             const uint32_t n = outBits / 8;
             for (int32_t x = 0; x < h.width; ++x, d += n) {
-                const uint32_t v = h.bits == 16 ? uint32_t(s[2 * x]) | (uint32_t(s[2 * x + 1]) << 8)
-                                                : uint32_t(s[4 * x]) | (uint32_t(s[4 * x + 1]) << 8) |
-                                                      (uint32_t(s[4 * x + 2]) << 16) |
-                                                      (uint32_t(s[4 * x + 3]) << 24);
+                const uint32_t v = h.bits == 16
+                                       ? uint32_t(s[2 * x]) | (uint32_t(s[2 * x + 1]) << 8)
+                                       : uint32_t(s[4 * x]) | (uint32_t(s[4 * x + 1]) << 8) |
+                                             (uint32_t(s[4 * x + 2]) << 16) |
+                                             (uint32_t(s[4 * x + 3]) << 24);
                 d[0] = Extract(v, ch[2]);
                 d[1] = Extract(v, ch[1]);
                 d[2] = Extract(v, ch[0]);
@@ -264,7 +268,8 @@ class CBmpBackend : public CBackend {
                 out->alpha = Bitmap::kIgnore;
                 for (int32_t y = 0; y < h.height; ++y) {
                     unsigned char* d = out->Line(y);
-                    for (int32_t x = 0; x < h.width; ++x) d[4 * x + 3] = 255;
+                    for (int32_t x = 0; x < h.width; ++x)
+                        d[4 * x + 3] = 255;
                 }
             }
         }

@@ -30,13 +30,19 @@ constexpr int64_t kMetafileSide = 2048;
 // Load options shorter than this carry no flags.
 constexpr uint32_t kLoadOptionsSize = 24;
 
-void TraceOpen(const wchar_t* path) { dbgPrintf(8, 2, L"KXCONV: Unable to open file %s\n\r", path); }
-void TraceRead(const wchar_t* path) { dbgPrintf(8, 2, L"KXCONV: Unable to read file %s\n\r", path); }
+void TraceOpen(const wchar_t* path) {
+    dbgPrintf(8, 2, L"KXCONV: Unable to open file %s\n\r", path);
+}
+void TraceRead(const wchar_t* path) {
+    dbgPrintf(8, 2, L"KXCONV: Unable to read file %s\n\r", path);
+}
 void TraceWrite(const wchar_t* path) {
     dbgPrintf(8, 2, L"KXCONV: Unable to write file %s\n\r", path);
 }
 
-int Elapsed(uint32_t start) { return int(os::GetTickCount() - start); }
+int Elapsed(uint32_t start) {
+    return int(os::GetTickCount() - start);
+}
 
 class File {
   public:
@@ -87,7 +93,8 @@ uint32_t ReadU32(const unsigned char b[4]) {
 // shown as its four characters, and as "(null)" for RGB.
 void TraceRecord(const wchar_t* path, const KXBMINFOHEADER* d) {
     wchar_t code[5] = {};
-    for (int i = 0; i < 4; ++i) code[i] = wchar_t((d->biCompression >> (8 * i)) & 0xFF);
+    for (int i = 0; i < 4; ++i)
+        code[i] = wchar_t((d->biCompression >> (8 * i)) & 0xFF);
     dbgPrintf(8, 30,
               L"Filename:   %s\r\nWidth:   %d\r\nHeight:   %d\r\nBitsPerPixel:   %d\r\nSize:   "
               L"%ld\r\nCompression:   %s\r\nFormatFlag:   %08x\r\n",
@@ -95,7 +102,9 @@ void TraceRecord(const wchar_t* path, const KXBMINFOHEADER* d) {
               d->biCompression ? code : static_cast<const wchar_t*>(nullptr), d->bmiFormat);
 }
 
-int32_t ClampSide(uint32_t v) { return v > uint32_t(kMaxSide) ? kMaxSide + 1 : int32_t(v); }
+int32_t ClampSide(uint32_t v) {
+    return v > uint32_t(kMaxSide) ? kMaxSide + 1 : int32_t(v);
+}
 
 // The caller's image as a bitmap to save: uncompressed RGB of 1 to 32 bits, rows as the
 // alignment of the record says, a colour table behind the record below 16 bits.
@@ -123,7 +132,8 @@ bool ViewOf(const KXBMINFOHEADER* d, const void* pixels, const Limits& limits, B
         const uint32_t most = 1u << bits;
         const uint32_t n = d->biClrUsed && d->biClrUsed < most ? d->biClrUsed : most;
         std::memcpy(view->palette, reinterpret_cast<const unsigned char*>(d) + d->biSize, n * 4);
-        for (uint32_t i = 0; i < n; ++i) view->palette[i] &= 0xFFFFFF;
+        for (uint32_t i = 0; i < n; ++i)
+            view->palette[i] &= 0xFFFFFF;
         view->colors = n;
     }
     if (bits == 32)
@@ -223,12 +233,15 @@ int32_t ReadFileInfo(const wchar_t* path, int32_t width, int32_t height, OpenedF
 
 CImageIO::CImageIO() : m_limits(LimitsFromSettings()) {}
 
-void CImageIO::Release() { delete this; }
+void CImageIO::Release() {
+    delete this;
+}
 
-const wchar_t* CImageIO::GetFileFilter() { return kFileFilter; }
+const wchar_t* CImageIO::GetFileFilter() {
+    return kFileFilter;
+}
 
-KXRESULT CImageIO::GetImageInfo(const wchar_t* path, KXBMINFOHEADER** desc,
-                                IAllocator* allocator) {
+KXRESULT CImageIO::GetImageInfo(const wchar_t* path, KXBMINFOHEADER** desc, IAllocator* allocator) {
     try {
         const std::wstring ext = ExtensionOf(path);
         if (ext == L"vm") {
@@ -509,8 +522,8 @@ KXRESULT CImageIO::SaveImage(const wchar_t* path, const KXBMINFOHEADER* desc, co
                              const ImageSaveOptions* options) {
     try {
         const std::wstring ext = ExtensionOf(path);
-        const bool known = ext == L"bmp" || ext == L"bsi" || ext == L"tif" || ext == L"tga" ||
-                           ext == L"jpg";
+        const bool known =
+            ext == L"bmp" || ext == L"bsi" || ext == L"tif" || ext == L"tga" || ext == L"jpg";
         if (!known) return KXE_IMAGEFILE;
         if (!desc || !pixels) {
             TraceWrite(path);
@@ -535,8 +548,9 @@ KXRESULT CImageIO::SaveFile(const wchar_t* path, const std::wstring& ext,
         TraceWrite(path);
         return KXE_IMAGEFILE;
     }
-    const CBackend* backend = ext == L"tif" ? TiffBackend() : ext == L"tga" ? TgaBackend()
-                                                                            : JpegBackend();
+    const CBackend* backend = ext == L"tif"   ? TiffBackend()
+                              : ext == L"tga" ? TgaBackend()
+                                              : JpegBackend();
     const uint32_t bits = ext == L"tif" ? 24 : (desc->biBitCount == 32 ? 32 : 24);
     const uint32_t quality = options ? std::min<uint32_t>(options->dwQuality, 100) : 100;
     const uint32_t factor = 255 - quality * 253 / 100;

@@ -69,13 +69,12 @@ class CImageIO : public IImageIO, public CKELPHeapObject {
     KXRESULT LoadBsi(const wchar_t* path, KXBMINFOHEADER* desc, void** pixels,
                      IAllocator* allocator);
     KXRESULT LoadFile(const wchar_t* path, KXBMINFOHEADER* desc, void** pixels,
-                         IAllocator* allocator, const ImageLoadOptions* options);
+                      IAllocator* allocator, const ImageLoadOptions* options);
     KXRESULT SaveBmp(const wchar_t* path, const KXBMINFOHEADER* desc, const void* pixels,
                      const ImageSaveOptions* options);
     KXRESULT SaveBsi(const wchar_t* path, const KXBMINFOHEADER* desc, const void* pixels);
-    KXRESULT SaveFile(const wchar_t* path, const std::wstring& ext,
-                         const KXBMINFOHEADER* desc, const void* pixels,
-                         const ImageSaveOptions* options);
+    KXRESULT SaveFile(const wchar_t* path, const std::wstring& ext, const KXBMINFOHEADER* desc,
+                      const void* pixels, const ImageSaveOptions* options);
 
     // Initialised and deleted with the object, never taken: calls on one object come
     // from one thread at a time.

@@ -41,8 +41,8 @@ struct Header {
 
 bool ReadHeader(tjhandle h, const unsigned char* data, size_t size, Header* hd) {
     if (!h || size == 0 || size > 0xFFFFFFFFu) return false;
-    return tjDecompressHeader3(h, data, (unsigned long)size, &hd->width, &hd->height,
-                               &hd->subsamp, &hd->colorspace) == 0 &&
+    return tjDecompressHeader3(h, data, (unsigned long)size, &hd->width, &hd->height, &hd->subsamp,
+                               &hd->colorspace) == 0 &&
            hd->width > 0 && hd->height > 0;
 }
 
@@ -100,8 +100,7 @@ int JpegQuality(uint32_t qualityFactor) {
     return 100 - int(((qualityFactor - 2) * 99 + 126) / 253);
 }
 
-KXRESULT DecodeJpeg(const unsigned char* data, size_t size, const DecodeRequest& req,
-                    Bitmap* out) {
+KXRESULT DecodeJpeg(const unsigned char* data, size_t size, const DecodeRequest& req, Bitmap* out) {
     Handle h(tjInitDecompress());
     Header hd;
     if (!ReadHeader(h.get(), data, size, &hd)) return KXE_IMAGEFILE;
@@ -127,7 +126,8 @@ KXRESULT DecodeJpeg(const unsigned char* data, size_t size, const DecodeRequest&
         const unsigned char* p;
         size_t n;
         const bool inverted = FindJpegSegment(data, size, 0xFFEE, "Adobe", 5, &p, &n);
-        for (int y = 0; y < ht; ++y) CmykToBgr(ink.Line(y), out->Line(y), w, inverted, bits / 8);
+        for (int y = 0; y < ht; ++y)
+            CmykToBgr(ink.Line(y), out->Line(y), w, inverted, bits / 8);
         return KX_OK;
     }
     const int format = bits == 8 ? TJPF_GRAY : bits == 24 ? TJPF_BGR : TJPF_BGRA;
@@ -209,9 +209,9 @@ class CJpegBackend : public CBackend {
         unsigned char* buf = nullptr;
         unsigned long len = 0;
         const int flags = (src->TopDown() ? 0 : TJFLAG_BOTTOMUP) | TJFLAG_ACCURATEDCT;
-        const int r = tjCompress2(h.get(), src->Data(), src->Width(), int(src->Stride()),
-                                  src->Height(), bits == 32 ? TJPF_BGRX : TJPF_BGR, &buf, &len,
-                                  subsamp, quality, flags);
+        const int r =
+            tjCompress2(h.get(), src->Data(), src->Width(), int(src->Stride()), src->Height(),
+                        bits == 32 ? TJPF_BGRX : TJPF_BGR, &buf, &len, subsamp, quality, flags);
         KXRESULT res = KXE_IMAGEFILE;
         if (r == 0 && buf) {
             try {

@@ -12,8 +12,7 @@ const CBackend* JpegBackend();
 
 // A JPEG picture in memory, decoded as the backend decodes files (also used for the
 // thumbnails that other formats store as JPEG data).
-KXRESULT DecodeJpeg(const unsigned char* data, size_t size, const DecodeRequest& req,
-                    Bitmap* out);
+KXRESULT DecodeJpeg(const unsigned char* data, size_t size, const DecodeRequest& req, Bitmap* out);
 
 // The quality of TurboJPEG's scale (1 to 100) for a quality factor (2 best to 255).
 int JpegQuality(uint32_t qualityFactor);

@@ -24,10 +24,10 @@ struct Header {
 
 bool Parse(const ByteReader& r, Header* h) {
     uint32_t maker, x0, y0, x1, y1;
-    if (!r.Byte(0, &maker) || maker != 0x0A || !r.Byte(1, &h->version) || !r.Byte(2, &h->encoding) ||
-        !r.Byte(3, &h->bpp) || !r.Le16(4, &x0) || !r.Le16(6, &y0) || !r.Le16(8, &x1) ||
-        !r.Le16(10, &y1) || !r.Byte(65, &h->planes) || !r.Le16(66, &h->bytesPerLine) ||
-        r.Size() <= kHeaderBytes)
+    if (!r.Byte(0, &maker) || maker != 0x0A || !r.Byte(1, &h->version) ||
+        !r.Byte(2, &h->encoding) || !r.Byte(3, &h->bpp) || !r.Le16(4, &x0) || !r.Le16(6, &y0) ||
+        !r.Le16(8, &x1) || !r.Le16(10, &y1) || !r.Byte(65, &h->planes) ||
+        !r.Le16(66, &h->bytesPerLine) || r.Size() <= kHeaderBytes)
         return false;
     uint32_t dpi;
     r.Le16(12, &dpi);
@@ -50,7 +50,9 @@ uint32_t OutBits(const Header& h) {
     return h.planes == 3 ? 24 : 32;
 }
 
-uint32_t FileBits(const Header& h) { return h.bpp * h.planes; }
+uint32_t FileBits(const Header& h) {
+    return h.bpp * h.planes;
+}
 
 class CPcxBackend : public CBackend {
   public:
@@ -87,7 +89,8 @@ class CPcxBackend : public CBackend {
         if (palette256 && r.Size() >= kHeaderBytes + 769 && r.Data()[r.Size() - 769] == 12)
             dataEnd = r.Size() - 769;
         const uint64_t dataBytes = dataEnd - kHeaderBytes;
-        if (h.encoding == 0 ? dataBytes < total : !PlausibleForBytes(total, dataBytes, kBytesPerByte))
+        if (h.encoding == 0 ? dataBytes < total
+                            : !PlausibleForBytes(total, dataBytes, kBytesPerByte))
             return KXE_IMAGEFILE;
         const uint32_t bits = OutBits(h);
         if (!out->Create(h.width, h.height, bits, req.limits, ResultAllocator(req, bits)))
@@ -163,7 +166,8 @@ class CPcxBackend : public CBackend {
         const uint32_t bpl = h.bytesPerLine;
         if (h.planes == 1) {
             if (h.bpp == 2) {
-                for (int32_t x = 0; x < w; ++x) d[x] = (s[x >> 2] >> (6 - 2 * (x & 3))) & 3;
+                for (int32_t x = 0; x < w; ++x)
+                    d[x] = (s[x >> 2] >> (6 - 2 * (x & 3))) & 3;
             } else {
                 std::memcpy(d, s, (size_t(w) * h.bpp + 7) / 8);
             }

@@ -48,7 +48,9 @@ void ReadBytes(png_structp png, png_bytep out, size_t n) {
     job->pos += n;
 }
 
-void OnError(png_structp png, png_const_charp) { png_longjmp(png, 1); }
+void OnError(png_structp png, png_const_charp) {
+    png_longjmp(png, 1);
+}
 void OnWarning(png_structp, png_const_charp) {}
 
 // The depth the file's own layout comes out at.
@@ -111,8 +113,8 @@ int Run(Job* job, bool decode) {
         return 1;
     }
 
-    const uint32_t bits = (job->wantBits == 24 || job->wantBits == 32) ? job->wantBits
-                                                                        : NaturalBits(*job);
+    const uint32_t bits =
+        (job->wantBits == 24 || job->wantBits == 32) ? job->wantBits : NaturalBits(*job);
     png_colorp palette = nullptr;
     int colors = 0;
     if (bits <= 8) {
@@ -132,7 +134,8 @@ int Run(Job* job, bool decode) {
     }
     png_set_interlace_handling(png);
     png_read_update_info(png, info);
-    const size_t want = bits <= 8 ? (size_t(job->width) * bits + 7) / 8 : size_t(job->width) * (bits / 8);
+    const size_t want =
+        bits <= 8 ? (size_t(job->width) * bits + 7) / 8 : size_t(job->width) * (bits / 8);
     if (png_get_rowbytes(png, info) != want) {
         png_destroy_read_struct(&png, &info, nullptr);
         return 0;
@@ -165,7 +168,8 @@ bool Prepare(Job* job, uint32_t bits, png_colorp palette, int colors) {
     } catch (...) {
         return false;
     }
-    for (png_uint_32 y = 0; y < job->height; ++y) t->rows[y] = t->out->Line(int32_t(y));
+    for (png_uint_32 y = 0; y < job->height; ++y)
+        t->rows[y] = t->out->Line(int32_t(y));
     job->rows = t->rows.data();
     if (bits <= 8) {
         if (palette) {

@@ -51,7 +51,8 @@ void ReadResources(const ByteReader& r, Header* h) {
         if (id == kResResolution && size >= 8) {
             uint32_t fixed, unit;
             if (r.Be32(data, &fixed) && r.Be16(data + 4, &unit) && (fixed >> 16) < 0x8000)
-                h->dpi = unit == 2 ? int32_t(((fixed >> 16) * 254 + 50) / 100) : int32_t(fixed >> 16);
+                h->dpi =
+                    unit == 2 ? int32_t(((fixed >> 16) * 254 + 50) / 100) : int32_t(fixed >> 16);
         } else if ((id == kResThumbnail || (id == kResThumbnailOld && !h->thumb)) && size > 28) {
             uint32_t format, w, ht;
             if (r.Be32(data, &format) && format == 1 && r.Be32(data + 4, &w) &&
@@ -139,7 +140,8 @@ uint32_t OutBits(const Header& h) {
 inline uint8_t Sample(const unsigned char* row, int32_t x, uint32_t depth) {
     if (depth == 8) return row[x];
     if (depth == 16) return row[2 * size_t(x)]; // big-endian: the high byte first
-    uint32_t bits = (uint32_t(row[4 * size_t(x)]) << 24) | (uint32_t(row[4 * size_t(x) + 1]) << 16) |
+    uint32_t bits = (uint32_t(row[4 * size_t(x)]) << 24) |
+                    (uint32_t(row[4 * size_t(x) + 1]) << 16) |
                     (uint32_t(row[4 * size_t(x) + 2]) << 8) | uint32_t(row[4 * size_t(x) + 3]);
     float f;
     std::memcpy(&f, &bits, 4);
@@ -170,15 +172,14 @@ bool Unpack(const unsigned char* s, size_t size, unsigned char* d, size_t n) {
     return true;
 }
 
-KXRESULT DecodeMerged(const ByteReader& r, const Header& h, const DecodeRequest& req,
-                      Bitmap* out) {
+KXRESULT DecodeMerged(const ByteReader& r, const Header& h, const DecodeRequest& req, Bitmap* out) {
     uint32_t compression;
     if (h.refused || !r.Be16(h.imageData, &compression) || compression > 1) return KXE_IMAGEFILE;
     if (!SizeAllowed(h.width, h.height, req.limits)) return KXE_IMAGEFILE;
     const uint32_t colour = ColourChannels(h);
     const uint32_t used = colour + (HasAlpha(h) ? 1 : 0);
-    const uint64_t rowBytes = h.depth == 1 ? (uint64_t(h.width) + 7) / 8
-                                           : uint64_t(h.width) * (h.depth / 8);
+    const uint64_t rowBytes =
+        h.depth == 1 ? (uint64_t(h.width) + 7) / 8 : uint64_t(h.width) * (h.depth / 8);
     const uint64_t rows = uint64_t(h.height);
     const uint64_t base = h.imageData + 2;
     // Where the next row of each used channel starts.
@@ -186,7 +187,8 @@ KXRESULT DecodeMerged(const ByteReader& r, const Header& h, const DecodeRequest&
     uint64_t table = 0;
     if (compression == 0) {
         if (!r.Has(base, rowBytes * rows * used)) return KXE_IMAGEFILE;
-        for (uint32_t c = 0; c < used; ++c) next[c] = base + uint64_t(c) * rows * rowBytes;
+        for (uint32_t c = 0; c < used; ++c)
+            next[c] = base + uint64_t(c) * rows * rowBytes;
     } else {
         // The byte counts of all rows of all channels, then the rows.
         table = uint64_t(h.channels) * rows * 2;
@@ -215,8 +217,8 @@ KXRESULT DecodeMerged(const ByteReader& r, const Header& h, const DecodeRequest&
     } else if (h.mode == kModeIndexed) {
         const unsigned char* p = r.Data() + h.colourData;
         for (uint32_t i = 0; i < 256; ++i)
-            out->palette[i] = uint32_t(p[512 + i]) | (uint32_t(p[256 + i]) << 8) |
-                              (uint32_t(p[i]) << 16);
+            out->palette[i] =
+                uint32_t(p[512 + i]) | (uint32_t(p[256 + i]) << 8) | (uint32_t(p[i]) << 16);
         out->colors = 256;
     } else if (bits == 8) {
         SetGreyPalette(out, 8);
@@ -249,7 +251,8 @@ KXRESULT DecodeMerged(const ByteReader& r, const Header& h, const DecodeRequest&
             if (h.depth == 8 || h.depth == 1) {
                 std::memcpy(d, ch[0], size_t(rowBytes));
             } else {
-                for (int32_t x = 0; x < h.width; ++x) d[x] = Sample(ch[0], x, h.depth);
+                for (int32_t x = 0; x < h.width; ++x)
+                    d[x] = Sample(ch[0], x, h.depth);
             }
             continue;
         }
@@ -321,7 +324,8 @@ class CPsdBackend : public CBackend {
         if (KX_SUCCEEDED(res) && h.thumbSwapped) {
             for (int32_t y = 0; y < out->Height(); ++y) {
                 unsigned char* d = out->Line(y);
-                for (int32_t x = 0; x < out->Width(); ++x) std::swap(d[3 * x], d[3 * x + 2]);
+                for (int32_t x = 0; x < out->Width(); ++x)
+                    std::swap(d[3 * x], d[3 * x + 2]);
             }
         }
         return res;

@@ -81,7 +81,9 @@ bool Parse(const ByteReader& r, Header* h) {
 }
 
 // Bytes of one stored pixel.
-uint32_t PixelBytes(const Header& h) { return (h.depth + 7) / 8; }
+uint32_t PixelBytes(const Header& h) {
+    return (h.depth + 7) / 8;
+}
 
 // One colour of the map or of a true-colour pixel, as blue, green, red, alpha.
 uint32_t Colour(const unsigned char* p, uint32_t bits) {
@@ -212,7 +214,8 @@ KXRESULT DecodePixels(const ByteReader& r, const Header& h, uint64_t offset, int
     Painter paint(h, r, out, palette, width, height);
     if (!rle) {
         const unsigned char* p = r.Data() + offset;
-        for (uint64_t i = 0; i < pixels; ++i, p += pb) paint.Put(i, p);
+        for (uint64_t i = 0; i < pixels; ++i, p += pb)
+            paint.Put(i, p);
         return KX_OK;
     }
     uint64_t i = 0, at = offset;
@@ -224,12 +227,14 @@ KXRESULT DecodePixels(const ByteReader& r, const Header& h, uint64_t offset, int
             const unsigned char* p = r.At(at, pb);
             if (!p) return KXE_IMAGEFILE;
             at += pb;
-            for (uint32_t k = 0; k < count && i < pixels; ++k) paint.Put(i++, p);
+            for (uint32_t k = 0; k < count && i < pixels; ++k)
+                paint.Put(i++, p);
         } else {
             const unsigned char* p = r.At(at, uint64_t(count) * pb);
             if (!p) return KXE_IMAGEFILE;
             at += uint64_t(count) * pb;
-            for (uint32_t k = 0; k < count && i < pixels; ++k, p += pb) paint.Put(i++, p);
+            for (uint32_t k = 0; k < count && i < pixels; ++k, p += pb)
+                paint.Put(i++, p);
         }
     }
     return KX_OK;
@@ -258,7 +263,8 @@ void SettleAlpha(const Header& h, Bitmap* out) {
         if (attr == kAttrRetain) return; // kept as they are, but not alpha
         for (int32_t y = 0; y < out->Height(); ++y) {
             unsigned char* d = out->Line(y);
-            for (int32_t x = 0; x < out->Width(); ++x) d[4 * x + 3] = 255;
+            for (int32_t x = 0; x < out->Width(); ++x)
+                d[4 * x + 3] = 255;
         }
     }
 }
@@ -325,8 +331,8 @@ class CTgaBackend : public CBackend {
         uint32_t w, ht;
         if (!Parse(r, &h) || !StampOf(r, h, &w, &ht)) return KXE_IMAGEFILE;
         // The stamp is stored like the picture, but never compressed.
-        KXRESULT res = DecodePixels(r, h, h.stampOffset + 2, int32_t(w), int32_t(ht), false,
-                                    limits, nullptr, out);
+        KXRESULT res = DecodePixels(r, h, h.stampOffset + 2, int32_t(w), int32_t(ht), false, limits,
+                                    nullptr, out);
         if (KX_FAILED(res)) return res;
         SettleAlpha(h, out);
         return KX_OK;
@@ -351,15 +357,16 @@ class CTgaBackend : public CBackend {
         for (int32_t y = image.Height() - 1; y >= 0; --y, p += rowBytes) {
             std::memcpy(p, src->Line(y), rowBytes);
             if (opaque)
-                for (size_t x = 3; x < rowBytes; x += 4) p[x] = 255;
+                for (size_t x = 3; x < rowBytes; x += 4)
+                    p[x] = 255;
         }
         // The extension area: its size, and what the alpha holds.
         PutU16LE(p, uint32_t(kExtensionBytes));
         uint32_t attr = kAttrNone;
         if (bits == 32)
             attr = image.alpha == Bitmap::kPremultiplied ? kAttrPremultiplied
-                   : image.alpha == Bitmap::kIgnore       ? kAttrRetain
-                                                          : kAttrAlpha;
+                   : image.alpha == Bitmap::kIgnore      ? kAttrRetain
+                                                         : kAttrAlpha;
         p[494] = uint8_t(attr);
         const uint32_t extOffset = uint32_t(kHeaderBytes + data);
         p += kExtensionBytes;

@@ -66,7 +66,9 @@ toff_t SeekProc(thandle_t h, toff_t off, int whence) {
     return f->pos;
 }
 
-int CloseProc(thandle_t) { return 0; }
+int CloseProc(thandle_t) {
+    return 0;
+}
 
 toff_t SizeProc(thandle_t h) {
     MemFile* f = static_cast<MemFile*>(h);
@@ -84,7 +86,9 @@ int MapProc(thandle_t h, void** base, toff_t* size) {
 void UnmapProc(thandle_t, void*, toff_t) {}
 
 // Messages of libtiff stay inside: the handlers take them and say so.
-int Quiet(TIFF*, void*, const char*, const char*, va_list) { return 1; }
+int Quiet(TIFF*, void*, const char*, const char*, va_list) {
+    return 1;
+}
 
 class Tiff {
   public:
@@ -119,8 +123,8 @@ class Tiff {
 struct Layout {
     uint32_t width = 0, height = 0;
     uint16_t bps = 1, spp = 1, photometric = 0, planar = PLANARCONFIG_CONTIG, orientation = 1;
-    uint16_t extra = 0;          // extra samples
-    uint16_t extraKind = 0;      // kind of the first extra sample
+    uint16_t extra = 0;     // extra samples
+    uint16_t extraKind = 0; // kind of the first extra sample
     bool tiled = false;
     int32_t xResolution = 0;
 };
@@ -149,7 +153,8 @@ bool ReadLayout(TIFF* t, Layout* l) {
 }
 
 bool HasAlpha(const Layout& l) {
-    return l.extra && (l.extraKind == EXTRASAMPLE_ASSOCALPHA || l.extraKind == EXTRASAMPLE_UNASSALPHA);
+    return l.extra &&
+           (l.extraKind == EXTRASAMPLE_ASSOCALPHA || l.extraKind == EXTRASAMPLE_UNASSALPHA);
 }
 
 bool IsGrey(const Layout& l) {
@@ -168,8 +173,9 @@ bool Direct(const Layout& l) {
     if (l.tiled || (l.planar != PLANARCONFIG_CONTIG && l.spp > 1)) return false;
     if (l.photometric == PHOTOMETRIC_RGB)
         return l.bps == 8 && (l.spp == 3 || (l.spp == 4 && l.extra == 1));
-    if (IsGrey(l)) return (l.spp == 1 && (l.bps == 1 || l.bps == 4 || l.bps == 8)) ||
-                          (l.spp == 2 && l.bps == 8 && HasAlpha(l));
+    if (IsGrey(l))
+        return (l.spp == 1 && (l.bps == 1 || l.bps == 4 || l.bps == 8)) ||
+               (l.spp == 2 && l.bps == 8 && HasAlpha(l));
     if (l.photometric == PHOTOMETRIC_PALETTE)
         return l.spp == 1 && (l.bps == 1 || l.bps == 4 || l.bps == 8);
     return false;
@@ -190,8 +196,8 @@ KXRESULT DecodeDirect(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap
             if (!TIFFGetField(t, TIFFTAG_COLORMAP, &r, &g, &b)) return KXE_IMAGEFILE;
             const uint32_t n = 1u << l.bps;
             for (uint32_t i = 0; i < n; ++i)
-                out->palette[i] = uint32_t(b[i] >> 8) | (uint32_t(g[i] >> 8) << 8) |
-                                  (uint32_t(r[i] >> 8) << 16);
+                out->palette[i] =
+                    uint32_t(b[i] >> 8) | (uint32_t(g[i] >> 8) << 8) | (uint32_t(r[i] >> 8) << 16);
             out->colors = n;
         } else {
             SetGreyPalette(out, l.bps);
@@ -232,9 +238,9 @@ KXRESULT DecodeDirect(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap
         }
     }
     if (bits == 32)
-        out->alpha = !HasAlpha(l)                             ? Bitmap::kIgnore
+        out->alpha = !HasAlpha(l)                          ? Bitmap::kIgnore
                      : alphaKind == EXTRASAMPLE_ASSOCALPHA ? Bitmap::kPremultiplied
-                                                              : Bitmap::kStraight;
+                                                           : Bitmap::kStraight;
     return KX_OK;
 }
 
@@ -257,7 +263,8 @@ KXRESULT DecodeRgba(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap* 
     const uint32_t n = bits / 8;
     for (uint32_t y = 0; y < l.height; ++y) {
         // Raster row y is the picture's line y counted from the top.
-        const uint32_t* s = reinterpret_cast<const uint32_t*>(raster.Data() + size_t(y) * raster.Stride());
+        const uint32_t* s =
+            reinterpret_cast<const uint32_t*>(raster.Data() + size_t(y) * raster.Stride());
         unsigned char* d = out->Line(int32_t(y));
         for (uint32_t x = 0; x < l.width; ++x, d += n) {
             const uint32_t v = s[x];
@@ -271,7 +278,9 @@ KXRESULT DecodeRgba(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap* 
     return KX_OK;
 }
 
-bool OpenFirst(Tiff* t, Layout* l) { return t->get() && ReadLayout(t->get(), l); }
+bool OpenFirst(Tiff* t, Layout* l) {
+    return t->get() && ReadLayout(t->get(), l);
+}
 
 // Whether the second picture of the file is a reduced copy of the first.
 bool StampLayout(TIFF* t, Layout* l) {

@@ -36,8 +36,9 @@ bool WmfHeader(const ByteReader& r, size_t* header) {
     uint32_t key;
     *header = (r.Le32(0, &key) && key == kPlaceableKey) ? kPlaceableBytes : 0;
     uint32_t type, words, version;
-    return r.Has(*header, kHeaderBytes) && r.Le16(*header, &type) && (type == 1 || type == 2) && r.Le16(*header + 2, &words) &&
-           words == 9 && r.Le16(*header + 4, &version) && (version == 0x100 || version == 0x300);
+    return r.Has(*header, kHeaderBytes) && r.Le16(*header, &type) && (type == 1 || type == 2) &&
+           r.Le16(*header + 2, &words) && words == 9 && r.Le16(*header + 4, &version) &&
+           (version == 0x100 || version == 0x300);
 }
 
 #if KELP_HAVE_WMF
@@ -100,14 +101,16 @@ bool WithWhitePage(const ByteReader& r, size_t header, std::vector<unsigned char
             // operation, height, width, y, x.
             AddRecord(out, 0x020B, {uint32_t(y) & 0xFFFF, uint32_t(x) & 0xFFFF});
             AddRecord(out, 0x020C, {uint32_t(h) & 0xFFFF, uint32_t(w) & 0xFFFF});
-            AddRecord(out, 0x061D, {0x0062, 0x00FF, uint32_t(h) & 0xFFFF, uint32_t(w) & 0xFFFF,
-                                    uint32_t(y) & 0xFFFF, uint32_t(x) & 0xFFFF});
+            AddRecord(out, 0x061D,
+                      {0x0062, 0x00FF, uint32_t(h) & 0xFFFF, uint32_t(w) & 0xFFFF,
+                       uint32_t(y) & 0xFFFF, uint32_t(x) & 0xFFFF});
         }
         const size_t added = out->size() - records;
         out->insert(out->end(), r.Data() + records, r.Data() + r.Size());
         // The header's size of the whole file in 16-bit words.
         uint32_t words;
-        if (r.Le32(header + 6, &words)) PutU32LE(out->data() + header + 6, words + uint32_t(added / 2));
+        if (r.Le32(header + 6, &words))
+            PutU32LE(out->data() + header + 6, words + uint32_t(added / 2));
     } catch (...) {
         return false;
     }
@@ -121,8 +124,8 @@ class Player {
         wmfAPI_Options options;
         std::memset(&options, 0, sizeof options);
         options.function = wmf_gd_function;
-        const unsigned long flags = WMF_OPT_FUNCTION | WMF_OPT_IGNORE_NONFATAL | WMF_OPT_NO_ERROR |
-                                    WMF_OPT_NO_DEBUG;
+        const unsigned long flags =
+            WMF_OPT_FUNCTION | WMF_OPT_IGNORE_NONFATAL | WMF_OPT_NO_ERROR | WMF_OPT_NO_DEBUG;
         if (wmf_api_create(&m_api, flags, &options) != wmf_E_None) {
             if (m_api) wmf_api_destroy(m_api);
             m_api = nullptr;

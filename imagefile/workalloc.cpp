@@ -4,7 +4,9 @@
 namespace kelp {
 namespace imgfile {
 
-IAllocator* WorkAllocator() { return GetDualAllocator(); }
+IAllocator* WorkAllocator() {
+    return GetDualAllocator();
+}
 
 } // namespace imgfile
 } // namespace kelp

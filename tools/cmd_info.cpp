@@ -13,15 +13,24 @@ namespace {
 
 const char* OrientationText(uint32_t o) {
     switch (o) {
-    case 1: return "1 (upright)";
-    case 2: return "2 (mirrored; loaded as stored)";
-    case 3: return "3 (upside down; loaded as stored)";
-    case 4: return "4 (flipped; loaded as stored)";
-    case 5: return "5 (transposed; loaded turned)";
-    case 6: return "6 (turned a quarter; loaded turned clockwise)";
-    case 7: return "7 (transversed; loaded turned)";
-    case 8: return "8 (turned a quarter; loaded turned counter-clockwise)";
-    default: return "unknown";
+    case 1:
+        return "1 (upright)";
+    case 2:
+        return "2 (mirrored; loaded as stored)";
+    case 3:
+        return "3 (upside down; loaded as stored)";
+    case 4:
+        return "4 (flipped; loaded as stored)";
+    case 5:
+        return "5 (transposed; loaded turned)";
+    case 6:
+        return "6 (turned a quarter; loaded turned clockwise)";
+    case 7:
+        return "7 (transversed; loaded turned)";
+    case 8:
+        return "8 (turned a quarter; loaded turned counter-clockwise)";
+    default:
+        return "unknown";
     }
 }
 
@@ -52,16 +61,14 @@ int CmdInfo(int argc, char** argv) {
     io->Release();
     if (!read) {
         if (desc) allocator.Free(desc);
-        std::fprintf(stderr, "kelp info: %s: not an image file the library reads\n",
-                     path.c_str());
+        std::fprintf(stderr, "kelp info: %s: not an image file the library reads\n", path.c_str());
         return 1;
     }
     const bool turned = details.dwOrientation >= 5 && details.dwOrientation <= 8;
     std::printf("file:         %s\n", path.c_str());
     std::printf("format:       %ls\n", details.pszFormat ? details.pszFormat : L"?");
     std::printf("size:         %d x %d\n", desc->biWidth, desc->biHeight);
-    if (turned)
-        std::printf("loads as:     %d x %d\n", desc->biHeight, desc->biWidth);
+    if (turned) std::printf("loads as:     %d x %d\n", desc->biHeight, desc->biWidth);
     std::printf("bits:         %d (the file holds %u)\n", int(desc->biBitCount),
                 details.dwBitCount);
     std::printf("image bytes:  %u\n", desc->biSizeImage);

@@ -86,10 +86,9 @@ bool DemoImageFiles(const std::string& outDir, const std::string& samplesDir,
             Loaded l;
             // Flattened to 24 bits through the conversion manager, so that any viewer
             // shows it.
-            const bool step =
-                LoadFile(io, e.path().string(), 0, &allocator, &l) &&
-                Save(io, converted + "/" + name + ".bmp", &l.desc.bmi, l.pixels,
-                     IMAGESAVE_FLATTEN24);
+            const bool step = LoadFile(io, e.path().string(), 0, &allocator, &l) &&
+                              Save(io, converted + "/" + name + ".bmp", &l.desc.bmi, l.pixels,
+                                   IMAGESAVE_FLATTEN24);
             if (l.pixels) allocator.Free(l.pixels);
             ++count;
             if (!step) {
@@ -97,9 +96,9 @@ bool DemoImageFiles(const std::string& outDir, const std::string& samplesDir,
                 std::printf("%-34s FAILED\n", ("sample " + name).c_str());
             }
         }
-        ok &= Check(failed == 0 && count > 0,
-                    "samples converted (" + std::to_string(count - failed) + "/" +
-                        std::to_string(count) + ")");
+        ok &=
+            Check(failed == 0 && count > 0, "samples converted (" + std::to_string(count - failed) +
+                                                "/" + std::to_string(count) + ")");
     }
     io->Release();
     std::printf("see %s/files/ (image.tga, .tif, .jpg, .bsi, .bmp)%s\n", outDir.c_str(),

@@ -14,9 +14,11 @@ inline bool Wide(const std::string& s, std::wstring* out) {
     out->clear();
     for (size_t i = 0; i < s.size();) {
         const uint8_t b = uint8_t(s[i]);
-        const int extra = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2
-                                     : (b & 0xF8) == 0xF0   ? 3
-                                                            : -1;
+        const int extra = b < 0x80             ? 0
+                          : (b & 0xE0) == 0xC0 ? 1
+                          : (b & 0xF0) == 0xE0 ? 2
+                          : (b & 0xF8) == 0xF0 ? 3
+                                               : -1;
         if (extra < 0 || s.size() - i <= size_t(extra)) return false;
         uint32_t c = extra == 0 ? b : b & (0x3F >> extra);
         for (int k = 1; k <= extra; ++k) {

@@ -51,7 +51,8 @@ typedef struct tagImageSaveOptions {
 } ImageSaveOptions;
 
 static_assert(sizeof(ImageLoadOptions) == 24, "ImageLoadOptions");
-static_assert(offsetof(ImageLoadOptions, dwSize) == 0 && offsetof(ImageLoadOptions, dwBitCount) == 4 &&
+static_assert(offsetof(ImageLoadOptions, dwSize) == 0 &&
+                  offsetof(ImageLoadOptions, dwBitCount) == 4 &&
                   offsetof(ImageLoadOptions, dwFlags) == 8 &&
                   offsetof(ImageLoadOptions, dwReserved) == 12 &&
                   offsetof(ImageLoadOptions, nWidth) == 16 &&
@@ -81,24 +82,24 @@ class KELP_API IImageIO {
     // up to the caller's biSize, which stays.
     virtual KXRESULT LoadImage(const wchar_t* path, KXBMINFOHEADER* desc, void** pixels,
                                IAllocator* allocator, const ImageLoadOptions* options) = 0;
-    virtual KXRESULT SaveImage(const wchar_t* path, const KXBMINFOHEADER* desc,
-                               const void* pixels, const ImageSaveOptions* options) = 0;
+    virtual KXRESULT SaveImage(const wchar_t* path, const KXBMINFOHEADER* desc, const void* pixels,
+                               const ImageSaveOptions* options) = 0;
     // The filter text of a file dialog for the formats the object knows.
     virtual const wchar_t* GetFileFilter() = 0;
 };
 
 // What the library sees in an image file beyond its descriptor.
 typedef struct tagKXIMAGEFILEDETAILS {
-    uint32_t dwSize;       // set by the caller: sizeof(KXIMAGEFILEDETAILS)
-    uint32_t dwFormat;     // the format code; 15 for a metafile, 141 for a refused format
-    int32_t nWidth;        // as stored, before the orientation is applied
+    uint32_t dwSize;   // set by the caller: sizeof(KXIMAGEFILEDETAILS)
+    uint32_t dwFormat; // the format code; 15 for a metafile, 141 for a refused format
+    int32_t nWidth;    // as stored, before the orientation is applied
     int32_t nHeight;
-    uint32_t dwBitCount;   // the file's own depth
+    uint32_t dwBitCount;    // the file's own depth
     uint32_t dwOrientation; // 1 to 8 as cameras write it; 5 to 8 load turned by a quarter
-    uint32_t dwFlags;      // 4: the file stores a stamp
-    int32_t nStampWidth;   // the stamp's size where the file tells it, else 0
+    uint32_t dwFlags;       // 4: the file stores a stamp
+    int32_t nStampWidth;    // the stamp's size where the file tells it, else 0
     int32_t nStampHeight;
-    int32_t nResolution;   // dots per inch across, 0 if the file does not say
+    int32_t nResolution;      // dots per inch across, 0 if the file does not say
     const wchar_t* pszFormat; // short name: "JPEG", "PNG", "TIFF", ..., "BSI"
 } KXIMAGEFILEDETAILS;
 

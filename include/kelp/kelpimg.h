@@ -18,14 +18,14 @@ namespace kelp {
 
 // The data block that handles share. Allocated by plain new and zeroed.
 struct KELP_API CKELPImgData : public CKELPHeapObject {
-    uint32_t m_nSize;          // the block's own size in bytes
-    int32_t m_iRefs;           // handles on it; negative: locked, may not be shared
-    uint8_t m_bOwned;          // 1 if the block owns its memory, 0 for attached memory
-    uint32_t m_nCapacity;      // bytes allocated for descriptor and pixels together
-    KXBMINFOHEADER* m_pDesc;   // start of the allocation; null for an empty image
-    void* m_pPixels;           // null for an empty image
-    uint32_t m_dwReserved;     //
-    IAllocator* m_pAllocator;  // what made the memory; null if plain new did
+    uint32_t m_nSize;         // the block's own size in bytes
+    int32_t m_iRefs;          // handles on it; negative: locked, may not be shared
+    uint8_t m_bOwned;         // 1 if the block owns its memory, 0 for attached memory
+    uint32_t m_nCapacity;     // bytes allocated for descriptor and pixels together
+    KXBMINFOHEADER* m_pDesc;  // start of the allocation; null for an empty image
+    void* m_pPixels;          // null for an empty image
+    uint32_t m_dwReserved;    //
+    IAllocator* m_pAllocator; // what made the memory; null if plain new did
 };
 
 // The block that every handle without an image shares. Never counted, never freed.
@@ -39,7 +39,7 @@ KELP_API uint32_t KELPImgRequiredBytes(const KXBMINFOHEADER* pKxBmiTemplate);
 class KELP_API CKELPImg : public CKELPHeapObject {
   public:
     explicit CKELPImg(uint32_t tag = 0);
-    CKELPImg(const CKELPImg& other); // shares other's block (Assign)
+    CKELPImg(const CKELPImg& other);                            // shares other's block (Assign)
     CKELPImg(KXBMINFOHEADER* desc, void* pixels, uint32_t tag); // Attach
     CKELPImg& operator=(const CKELPImg& other) {
         Assign(other);
@@ -62,7 +62,7 @@ class KELP_API CKELPImg : public CKELPHeapObject {
     virtual bool IsEqual(const CKELPImg& other) const;
     // Takes over foreign memory without owning it: Free never frees it.
     virtual bool Attach(KXBMINFOHEADER* desc, void* pixels, uint32_t tag);
-    virtual void Detach(); // Free
+    virtual void Detach();                                              // Free
     virtual bool CreateHook(const KXBMINFOHEADER* desc, uintptr_t arg); // false
     // Calls CreateHook with other's descriptor and arg.
     virtual bool CreateLike(const CKELPImg& other, uintptr_t arg);
@@ -71,20 +71,20 @@ class KELP_API CKELPImg : public CKELPHeapObject {
     virtual bool Hook13(uintptr_t a, uintptr_t b, uintptr_t c); // false
     virtual bool Hook14(uintptr_t a, uintptr_t b);              // false
     virtual bool Hook15(uintptr_t a, uintptr_t b);              // false
-    virtual bool IsLocked() const; // the count is negative
-    virtual uint32_t Hook17();     // 0
-    virtual void Hook18();         // nothing
+    virtual bool IsLocked() const;                              // the count is negative
+    virtual uint32_t Hook17();                                  // 0
+    virtual void Hook18();                                      // nothing
     virtual void Hook19(uintptr_t a, uintptr_t b, uintptr_t c, uintptr_t d); // nothing
     virtual void Hook20(uintptr_t a);                                        // nothing
     virtual void Hook21(uintptr_t a);                                        // nothing
     virtual bool Hook22(uintptr_t a);                                        // false
     virtual bool Hook23(uintptr_t a, uintptr_t b, uintptr_t c);              // false
     virtual bool Hook24(uintptr_t a, uintptr_t b);                           // false
-    virtual void SetNil();                         // the block := g_pDataNil
+    virtual void SetNil();                               // the block := g_pDataNil
     virtual bool IsNil(const CKELPImgData* block) const; // null or g_pDataNil
-    virtual bool AllocData();                      // a new zeroed block
-    virtual void FreeData();                       // deletes the block, then SetNil
-    virtual bool AllocPixels(uint32_t size);       // descriptor and pixels, one allocation
+    virtual bool AllocData();                            // a new zeroed block
+    virtual void FreeData();                             // deletes the block, then SetNil
+    virtual bool AllocPixels(uint32_t size);             // descriptor and pixels, one allocation
     virtual void FreePixels();
     virtual void FreeAll(); // FreePixels if valid and owned, then FreeData
     virtual bool MakeUnique();
@@ -106,7 +106,7 @@ class KELP_API CKELPImg : public CKELPHeapObject {
     KXBMINFOHEADER* GetDesc() const { return m_pData->m_pDesc; }
     void* GetPixels() const { return m_pData->m_pPixels; }
     uint32_t HeaderSize() const { return m_pData->m_pDesc ? m_pData->m_pDesc->biSize : 0; }
-    int32_t DIBSize() const;     // asserts IsValidDIB
+    int32_t DIBSize() const;      // asserts IsValidDIB
     uint32_t HeaderBytes() const; // asserts IsValidDIB
     int32_t DIBWidth() const { return m_pData->m_pDesc ? m_pData->m_pDesc->biWidth : 0; }
     int32_t DIBHeight() const { return m_pData->m_pDesc ? m_pData->m_pDesc->biHeight : 0; }
@@ -115,8 +115,8 @@ class KELP_API CKELPImg : public CKELPHeapObject {
     uint32_t DIBCompression() const {
         return m_pData->m_pDesc ? m_pData->m_pDesc->biCompression : 0;
     }
-    uint32_t DIBRatioX() const; // 0 reads as 0x10000
-    uint32_t DIBRatioY() const; // 0 reads as 0x10000
+    uint32_t DIBRatioX() const;    // 0 reads as 0x10000
+    uint32_t DIBRatioY() const;    // 0 reads as 0x10000
     uint32_t DIBAlpha() const;     // asserts IsValidDIB; 0 without a descriptor
     uint32_t DIBFormat() const;    // asserts IsValidDIB; 0 without a descriptor
     uint32_t DIBFrame() const;     // asserts IsValidDIB; 0 without a descriptor

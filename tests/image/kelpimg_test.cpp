@@ -17,7 +17,8 @@ CKELPImg MakeOwned(int32_t w, int32_t h, uint8_t seed = 0) {
     CKELPImg img;
     KXBMINFOHEADERYUV d = kelptest::MakeRgb(w, h, 24);
     std::vector<uint8_t> px(d.bmi.biSizeImage);
-    for (size_t i = 0; i < px.size(); ++i) px[i] = uint8_t(i + seed);
+    for (size_t i = 0; i < px.size(); ++i)
+        px[i] = uint8_t(i + seed);
     CKELPImg src(&d.bmi, px.data(), 0);
     // A whole copy made through MakeUnique, so that every pixel is the image's own.
     CKELPImg shared(src);

@@ -33,10 +33,12 @@ class HostileFiles : public ImageFileTest {
 };
 
 void Put32At(Bytes& b, size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) b[at + size_t(i)] = uint8_t(v >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+        b[at + size_t(i)] = uint8_t(v >> (8 * i));
 }
 void Put32BEAt(Bytes& b, size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) b[at + size_t(i)] = uint8_t(v >> (24 - 8 * i));
+    for (int i = 0; i < 4; ++i)
+        b[at + size_t(i)] = uint8_t(v >> (24 - 8 * i));
 }
 
 TEST_F(HostileFiles, FailWithTheDesignedTraceAndTakeNoMemory) {
@@ -90,7 +92,8 @@ TEST_F(HostileFiles, FailWithTheDesignedTraceAndTakeNoMemory) {
                (uint32_t(psd[at + 2]) << 8) | psd[at + 3];
     };
     size_t at = 26;
-    for (int section = 0; section < 3; ++section) at += 4 + be32(at);
+    for (int section = 0; section < 3; ++section)
+        at += 4 + be32(at);
     psdCounts[at + 2] = psdCounts[at + 3] = 0xFF;
     cases.push_back({"counts.psd", psdCounts});
     Bytes psdHuge = psd;
@@ -157,9 +160,9 @@ TEST_F(HostileFiles, ExifWithBadOffsetsIsIgnored) {
     using kelp::imgfile::ParseExif;
     // II*\0, the first directory at 8: one entry (orientation 6), then the next at 26,
     // which holds a thumbnail offset and length.
-    Bytes t = {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0x12, 1, 3, 0, 1, 0, 0, 0, 6, 0, 0, 0,
-               26, 0, 0, 0, 2, 0, 1, 2, 4, 0, 1, 0, 0, 0, 56, 0, 0, 0, 2, 2, 4, 0, 1,
-               0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xD8, 0xFF, 0xD9};
+    Bytes t = {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0x12, 1, 3, 0, 1, 0, 0,    0,    6,    0,
+               0,   0,   26, 0, 0, 0, 2, 0, 1, 2, 4,    0, 1, 0, 0, 0, 56,   0,    0,    0,
+               2,   2,   4,  0, 1, 0, 0, 0, 4, 0, 0,    0, 0, 0, 0, 0, 0xFF, 0xD8, 0xFF, 0xD9};
     ExifInfo info;
     ASSERT_TRUE(ParseExif(t.data(), t.size(), &info));
     EXPECT_EQ(info.orientation, 6u);
@@ -185,7 +188,8 @@ TEST_F(HostileFiles, ExifWithBadOffsetsIsIgnored) {
         EXPECT_EQ(info.hasThumbnail, d.thumbnail) << d.at;
         EXPECT_EQ(info.orientation, d.orientation) << d.at;
     }
-    for (size_t n = 0; n < t.size(); ++n) ParseExif(t.data(), n, &info); // every truncation
+    for (size_t n = 0; n < t.size(); ++n)
+        ParseExif(t.data(), n, &info); // every truncation
 }
 
 TEST_F(HostileFiles, RandomDamageNeverCrashes) {
@@ -193,13 +197,20 @@ TEST_F(HostileFiles, RandomDamageNeverCrashes) {
     const Img s = Pattern(6, 4, false);
     const Bytes thumb = JpegFile(s, 80);
     const std::vector<std::pair<const char*, Bytes>> samples = {
-        {"a.bmp", BmpFile(p, kBmp32)},       {"b.bmp", BmpFile(p, kBmpRle4)},
-        {"c.bmp", BmpFile(p, kBmpRle8)},     {"d.tga", TgaFile(p, kTga24Rle)},
-        {"e.tga", TgaFile(p, kTga32, &s)},   {"f.tga", TgaFile(p, kTgaMapped)},
-        {"g.pcx", PcxFile(p, kPcx24)},       {"h.pcx", PcxFile(p, kPcx4Planes)},
-        {"i.psd", PsdFile(p, kPsdRgbRleAlpha, &thumb)}, {"j.psd", PsdFile(p, kPsdIndexed)},
-        {"k.jpg", JpegFile(p, 80, 6, &thumb)},           {"l.png", PngFile(p, kPngPalette4)},
-        {"m.tif", TiffFile(p, kTiffRgba, &s)},          {"n.wmf", WmfFile(300, 200, 1440)},
+        {"a.bmp", BmpFile(p, kBmp32)},
+        {"b.bmp", BmpFile(p, kBmpRle4)},
+        {"c.bmp", BmpFile(p, kBmpRle8)},
+        {"d.tga", TgaFile(p, kTga24Rle)},
+        {"e.tga", TgaFile(p, kTga32, &s)},
+        {"f.tga", TgaFile(p, kTgaMapped)},
+        {"g.pcx", PcxFile(p, kPcx24)},
+        {"h.pcx", PcxFile(p, kPcx4Planes)},
+        {"i.psd", PsdFile(p, kPsdRgbRleAlpha, &thumb)},
+        {"j.psd", PsdFile(p, kPsdIndexed)},
+        {"k.jpg", JpegFile(p, 80, 6, &thumb)},
+        {"l.png", PngFile(p, kPngPalette4)},
+        {"m.tif", TiffFile(p, kTiffRgba, &s)},
+        {"n.wmf", WmfFile(300, 200, 1440)},
     };
     std::mt19937 rng(12345);
     int loaded = 0, failed = 0;
@@ -210,10 +221,18 @@ TEST_F(HostileFiles, RandomDamageNeverCrashes) {
             for (int e = 0; e < edits; ++e) {
                 const size_t at = rng() % b.size();
                 switch (rng() % 4) {
-                case 0: b[at] = uint8_t(rng()); break;
-                case 1: b[at] ^= uint8_t(1u << (rng() % 8)); break;
-                case 2: b[at] = (rng() % 2) ? 0xFF : 0x00; break;
-                default: b.resize(std::max<size_t>(1, at)); break;
+                case 0:
+                    b[at] = uint8_t(rng());
+                    break;
+                case 1:
+                    b[at] ^= uint8_t(1u << (rng() % 8));
+                    break;
+                case 2:
+                    b[at] = (rng() % 2) ? 0xFF : 0x00;
+                    break;
+                default:
+                    b.resize(std::max<size_t>(1, at));
+                    break;
                 }
             }
             Write(sample.first, b);

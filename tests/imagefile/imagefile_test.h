@@ -72,8 +72,8 @@ class ImageFileTest : public ::testing::Test {
     void Write(const std::string& name, const Bytes& bytes) const { WriteBytes(Path(name), bytes); }
 
     // Loads through LoadImage with a record prepared by GetImageInfo.
-    Loaded Load(const std::string& name, uint32_t bits = 32, uint32_t flags = 0,
-                uint32_t width = 0, uint32_t height = 0, uint32_t optionsSize = 24) {
+    Loaded Load(const std::string& name, uint32_t bits = 32, uint32_t flags = 0, uint32_t width = 0,
+                uint32_t height = 0, uint32_t optionsSize = 24) {
         Loaded l;
         KXBMINFOHEADER* info = nullptr;
         if (KX_FAILED(m_io->GetImageInfo(WPath(name).c_str(), &info, &m_alloc))) {
@@ -92,7 +92,8 @@ class ImageFileTest : public ::testing::Test {
         return l;
     }
 
-    KXRESULT Save(const std::string& name, const Dib& d, const kelp::ImageSaveOptions* o = nullptr) {
+    KXRESULT Save(const std::string& name, const Dib& d,
+                  const kelp::ImageSaveOptions* o = nullptr) {
         return m_io->SaveImage(WPath(name).c_str(), &d.desc.bmi, d.pixels.data(), o);
     }
 

@@ -29,7 +29,8 @@ TEST_F(ImageLoading, JpegQualityMapsOntoTheWritersScale) {
         uint32_t factor;
         int quality;
     } cases[] = {{2, 100}, {255, 1}, {66, 75}, {129, 50}, {0, 100}, {300, 1}};
-    for (const Case& c : cases) EXPECT_EQ(kelp::imgfile::JpegQuality(c.factor), c.quality);
+    for (const Case& c : cases)
+        EXPECT_EQ(kelp::imgfile::JpegQuality(c.factor), c.quality);
 
     const Dib d = ToDib(Pattern(64, 48, false), 24);
     auto saved = [&](const char* name, uint32_t quality, bool options) {
@@ -79,8 +80,8 @@ TEST_F(ImageLoading, StampRouteAndItsFallback) {
     Write("stamp.tif", TiffFile(p, kTiffRgb, &small));
     struct Case {
         const char* name;
-        int32_t w, h; // with the stamp flag
-        double psnr;  // against the small picture
+        int32_t w, h;                       // with the stamp flag
+        double psnr;                        // against the small picture
     } cases[] = {{"thumb.jpg", 10, 16, 30}, // the camera's turn applies to the stamp too
                  {"stamp.tga", 16, 10, 99},
                  {"stamp.psd", 16, 10, 30},
@@ -119,7 +120,7 @@ TEST_F(ImageLoading, ResizedLoads) {
     } cases[] = {{"big.jpg", 160, 120, 160, 120}, // decoded at a quarter, exactly
                  {"big.jpg", 100, 0, 100, 75},    // one side: the aspect stays
                  {"big.png", 0, 60, 80, 60},
-                 {"big.png", 700, 500, 700, 500}, // larger works too
+                 {"big.png", 700, 500, 700, 500},   // larger works too
                  {"turn.jpg", 120, 160, 120, 160}}; // the size of the turned picture
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.name) + " " + std::to_string(c.w) + "x" + std::to_string(c.h));
@@ -129,8 +130,8 @@ TEST_F(ImageLoading, ResizedLoads) {
         EXPECT_EQ(l.img.w, c.wantW);
         EXPECT_EQ(l.img.h, c.wantH);
         const bool turned = std::string(c.name) == "turn.jpg";
-        const Img want = turned ? Turn(Pattern(c.wantH, c.wantW, false), 8)
-                                : Pattern(c.wantW, c.wantH, false);
+        const Img want =
+            turned ? Turn(Pattern(c.wantH, c.wantW, false), 8) : Pattern(c.wantW, c.wantH, false);
         EXPECT_GT(Psnr(l.img, want), 25.0);
         EXPECT_NE(SinkText(8).find(L"\rCImageIO::LoadImage::L_LoadBitmapResize: "),
                   std::wstring::npos);

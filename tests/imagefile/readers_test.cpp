@@ -94,15 +94,15 @@ TEST_F(ImageReaders, GiveThePictureTheFileHolds) {
         EXPECT_EQ(info->biWidth, c.expected.w);
         EXPECT_EQ(info->biHeight, c.expected.h);
         EXPECT_EQ(info->biBitCount, c.infoBits);
-        EXPECT_EQ(info->biSizeImage, uint32_t(((c.expected.w * c.infoBits / 8) + 3) & ~3) *
-                                         uint32_t(c.expected.h));
+        EXPECT_EQ(info->biSizeImage,
+                  uint32_t(((c.expected.w * c.infoBits / 8) + 3) & ~3) * uint32_t(c.expected.h));
         m_alloc.Free(info);
         for (uint32_t bits : {24u, 32u}) {
             const Loaded l = Load(c.name, bits);
             ASSERT_EQ(l.result, KX_OK) << bits;
             EXPECT_EQ(l.desc.bmi.biBitCount, bits);
-            EXPECT_TRUE(SameColours(l.img, c.expected)) << bits << " bits, psnr "
-                                                        << Psnr(l.img, c.expected);
+            EXPECT_TRUE(SameColours(l.img, c.expected))
+                << bits << " bits, psnr " << Psnr(l.img, c.expected);
             // The alpha state follows the file, whatever depth it is loaded at.
             EXPECT_EQ(l.desc.bmi.bmiAlpha, c.alpha ? KXDIB_ALPHA_VALID : KXDIB_ALPHA_OPAQUE);
             if (c.alpha && bits == 32) {
@@ -165,7 +165,8 @@ TEST_F(ImageReaders, BmpFileIsHeadersThenPixels) {
     std::vector<uint8_t> record(144 + 1024, 0);
     KXBMINFOHEADERYUV r = MakeRgb(4, 2, 8);
     std::memcpy(record.data(), &r.bmi, 144);
-    for (int i = 0; i < 256; ++i) record[144 + 4 * i + 1] = uint8_t(i); // green ramp
+    for (int i = 0; i < 256; ++i)
+        record[144 + 4 * i + 1] = uint8_t(i); // green ramp
     const std::vector<uint8_t> px = {0, 64, 128, 255, 0, 0, 0, 0};
     ASSERT_EQ(m_io->SaveImage(WPath("p.bmp").c_str(),
                               reinterpret_cast<KXBMINFOHEADER*>(record.data()), px.data(), nullptr),
@@ -202,7 +203,8 @@ TEST_F(ImageReaders, BsiRecordComesBackWithItsExtensionWordsSettled) {
         r.yuv.yuvSamplingAux = c.aux;
         r.bmi.bmiFormat = 0x20;
         std::vector<uint8_t> px(r.bmi.biSizeImage);
-        for (size_t i = 0; i < px.size(); ++i) px[i] = uint8_t(i * 7);
+        for (size_t i = 0; i < px.size(); ++i)
+            px[i] = uint8_t(i * 7);
         ASSERT_EQ(m_io->SaveImage(WPath("a.BSI").c_str(), &r.bmi, px.data(), nullptr), KX_OK);
         EXPECT_EQ(ReadBytes(Path("a.BSI")).size(), 160u + px.size());
 
@@ -231,6 +233,7 @@ TEST_F(ImageReaders, BsiRecordComesBackWithItsExtensionWordsSettled) {
     }
 }
 
+#if KELP_HAVE_WMF
 TEST_F(ImageReaders, MetafileIsRenderedWithinTheSizeRules) {
     // 4,096 x 1,024 pixels at the natural 96 dots per inch.
     Write("wide.wmf", WmfFile(4096, 1024, 96));
@@ -252,6 +255,7 @@ TEST_F(ImageReaders, MetafileIsRenderedWithinTheSizeRules) {
     EXPECT_EQ(l.img.h, 250);
     EXPECT_EQ(l.img.At(500, 125), 0xFFFF0000u);
 }
+#endif
 
 } // namespace
 } // namespace kelptest

@@ -54,7 +54,8 @@ int main(int argc, char** argv) {
     };
     for (const auto& f : files) {
         if (!WriteBytes(dir + "/" + f.first, f.second)) {
-            std::fprintf(stderr, "kelp_samples: cannot write %s/%s\n", dir.c_str(), f.first.c_str());
+            std::fprintf(stderr, "kelp_samples: cannot write %s/%s\n", dir.c_str(),
+                         f.first.c_str());
             return 1;
         }
     }

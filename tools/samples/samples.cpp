@@ -16,10 +16,18 @@ namespace kelptest {
 
 namespace {
 
-uint8_t B(uint32_t c) { return uint8_t(c); }
-uint8_t G(uint32_t c) { return uint8_t(c >> 8); }
-uint8_t R(uint32_t c) { return uint8_t(c >> 16); }
-uint8_t A(uint32_t c) { return uint8_t(c >> 24); }
+uint8_t B(uint32_t c) {
+    return uint8_t(c);
+}
+uint8_t G(uint32_t c) {
+    return uint8_t(c >> 8);
+}
+uint8_t R(uint32_t c) {
+    return uint8_t(c >> 16);
+}
+uint8_t A(uint32_t c) {
+    return uint8_t(c >> 24);
+}
 uint32_t Argb(uint32_t a, uint32_t r, uint32_t g, uint32_t b) {
     return (a << 24) | (r << 16) | (g << 8) | b;
 }
@@ -41,17 +49,19 @@ void Put32BE(Bytes& b, uint32_t v) {
     Put16BE(b, v & 0xFFFF);
 }
 void Set32(Bytes& b, size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+        b[at + i] = uint8_t(v >> (8 * i));
 }
 
 // Rows padded to 4 bytes, bottom row first, of `bits` per pixel from a function.
-template <class F> void DibRows(Bytes& out, int32_t w, int32_t h, uint32_t bits, F pixelBits,
-                                bool topDown = false) {
+template <class F>
+void DibRows(Bytes& out, int32_t w, int32_t h, uint32_t bits, F pixelBits, bool topDown = false) {
     const size_t stride = ((size_t(w) * bits + 31) / 32) * 4;
     for (int32_t r = 0; r < h; ++r) {
         const int32_t y = topDown ? r : h - 1 - r;
         std::vector<uint8_t> row(stride, 0);
-        for (int32_t x = 0; x < w; ++x) pixelBits(row.data(), x, y);
+        for (int32_t x = 0; x < w; ++x)
+            pixelBits(row.data(), x, y);
         out.insert(out.end(), row.begin(), row.end());
     }
 }
@@ -61,7 +71,8 @@ void PackBits(const uint8_t* s, size_t n, Bytes& out) {
     size_t i = 0;
     while (i < n) {
         size_t run = 1;
-        while (i + run < n && run < 128 && s[i + run] == s[i]) ++run;
+        while (i + run < n && run < 128 && s[i + run] == s[i])
+            ++run;
         if (run >= 2) {
             out.push_back(uint8_t(int8_t(1 - int(run))));
             out.push_back(s[i]);
@@ -101,7 +112,8 @@ Img Pattern(int32_t w, int32_t h, bool alpha) {
 
 Img Opaque(const Img& img) {
     Img o = img;
-    for (uint32_t& p : o.px) p |= 0xFF000000u;
+    for (uint32_t& p : o.px)
+        p |= 0xFF000000u;
     return o;
 }
 
@@ -115,14 +127,34 @@ Img Turn(const Img& img, uint32_t orientation) {
         for (int32_t x = 0; x < o.w; ++x) {
             int32_t sx = x, sy = y;
             switch (orientation) {
-            case 2: sx = img.w - 1 - x; break;
-            case 3: sx = img.w - 1 - x; sy = img.h - 1 - y; break;
-            case 4: sy = img.h - 1 - y; break;
-            case 5: sx = y; sy = x; break;
-            case 6: sx = y; sy = img.h - 1 - x; break;
-            case 7: sx = img.w - 1 - y; sy = img.h - 1 - x; break;
-            case 8: sx = img.w - 1 - y; sy = x; break;
-            default: break;
+            case 2:
+                sx = img.w - 1 - x;
+                break;
+            case 3:
+                sx = img.w - 1 - x;
+                sy = img.h - 1 - y;
+                break;
+            case 4:
+                sy = img.h - 1 - y;
+                break;
+            case 5:
+                sx = y;
+                sy = x;
+                break;
+            case 6:
+                sx = y;
+                sy = img.h - 1 - x;
+                break;
+            case 7:
+                sx = img.w - 1 - y;
+                sy = img.h - 1 - x;
+                break;
+            case 8:
+                sx = img.w - 1 - y;
+                sy = x;
+                break;
+            default:
+                break;
             }
             o.At(x, y) = img.At(sx, sy);
         }
@@ -131,13 +163,18 @@ Img Turn(const Img& img, uint32_t orientation) {
 
 Img Grey(const Img& img) {
     Img o = img;
-    for (uint32_t& p : o.px) p = Argb(255, G(p), G(p), G(p));
+    for (uint32_t& p : o.px)
+        p = Argb(255, G(p), G(p), G(p));
     return o;
 }
 
 namespace {
-uint32_t Expand5(uint32_t v) { return (v << 3) | (v >> 2); }
-uint32_t Expand6(uint32_t v) { return (v << 2) | (v >> 4); }
+uint32_t Expand5(uint32_t v) {
+    return (v << 3) | (v >> 2);
+}
+uint32_t Expand6(uint32_t v) {
+    return (v << 2) | (v >> 4);
+}
 } // namespace
 
 Img To555(const Img& img) {
@@ -158,8 +195,9 @@ Img Indexed(int32_t w, int32_t h, uint32_t colors, std::vector<uint8_t>* indices
             std::vector<uint32_t>* palette) {
     palette->resize(colors);
     for (uint32_t i = 0; i < colors; ++i)
-        (*palette)[i] = colors == 2 ? (i ? 0xFFFFFFFFu : 0xFF000000u)
-                                    : Argb(255, (i * 37) & 255, (i * 91 + 40) & 255, (i * 13 + 7) & 255);
+        (*palette)[i] = colors == 2
+                            ? (i ? 0xFFFFFFFFu : 0xFF000000u)
+                            : Argb(255, (i * 37) & 255, (i * 91 + 40) & 255, (i * 13 + 7) & 255);
     Img img;
     img.w = w;
     img.h = h;
@@ -224,7 +262,8 @@ void RleRows(Bytes& out, const std::vector<uint8_t>& idx, int32_t w, int32_t h, 
         int32_t x = 0;
         while (x < w) {
             int32_t run = 1;
-            while (x + run < w && run < 255 && s[x + run] == s[x]) ++run;
+            while (x + run < w && run < 255 && s[x + run] == s[x])
+                ++run;
             if (run >= 3 || w - x < 3) {
                 out.push_back(uint8_t(run));
                 out.push_back(four ? uint8_t((s[x] << 4) | s[x]) : s[x]);
@@ -262,11 +301,12 @@ Img BmpExpected(const Img& img, BmpKind kind) {
 Bytes BmpFile(const Img& img, BmpKind kind) {
     const Img e = BmpExpected(img, kind);
     const bool indexed = BmpIndexed(kind);
-    const uint32_t bits = kind == kBmp32 ? 32 : kind == kBmp8 || kind == kBmpRle8 ? 8
-                          : kind == kBmp4 || kind == kBmpRle4                     ? 4
-                          : kind == kBmp1                                         ? 1
-                          : kind == kBmp555 || kind == kBmp565                    ? 16
-                                                                                  : 24;
+    const uint32_t bits = kind == kBmp32                       ? 32
+                          : kind == kBmp8 || kind == kBmpRle8  ? 8
+                          : kind == kBmp4 || kind == kBmpRle4  ? 4
+                          : kind == kBmp1                      ? 1
+                          : kind == kBmp555 || kind == kBmp565 ? 16
+                                                               : 24;
     const uint32_t colors = indexed ? BmpColors(kind) : 0;
     Bytes b = {'B', 'M'};
     Put32(b, 0);
@@ -306,34 +346,44 @@ Bytes BmpFile(const Img& img, BmpKind kind) {
             b.resize(14 + 108, 0);
         }
     }
-    for (uint32_t i = 0; i < colors; ++i) Put32(b, g_pal[i] & 0xFFFFFF);
+    for (uint32_t i = 0; i < colors; ++i)
+        Put32(b, g_pal[i] & 0xFFFFFF);
     Set32(b, 10, uint32_t(b.size()));
     if (kind == kBmpRle8 || kind == kBmpRle4) {
         RleRows(b, g_idx, img.w, img.h, kind == kBmpRle4);
     } else {
         const int32_t w = img.w;
-        DibRows(b, img.w, img.h, bits, [&](uint8_t* row, int32_t x, int32_t y) {
-            const uint32_t c = e.At(x, y);
-            const uint32_t i = indexed ? g_idx[size_t(y) * size_t(w) + size_t(x)] : 0;
-            switch (bits) {
-            case 1: row[x / 8] |= uint8_t(i << (7 - x % 8)); break;
-            case 4: row[x / 2] |= uint8_t(x % 2 ? i : i << 4); break;
-            case 8: row[x] = uint8_t(i); break;
-            case 16: {
-                const uint32_t v = kind == kBmp555
-                                       ? ((R(c) >> 3) << 10) | ((G(c) >> 3) << 5) | (B(c) >> 3)
-                                       : ((R(c) >> 3) << 11) | ((G(c) >> 2) << 5) | (B(c) >> 3);
-                row[2 * x] = uint8_t(v);
-                row[2 * x + 1] = uint8_t(v >> 8);
-                break;
-            }
-            default:
-                row[x * (bits / 8)] = B(c);
-                row[x * (bits / 8) + 1] = G(c);
-                row[x * (bits / 8) + 2] = R(c);
-                if (bits == 32) row[x * 4 + 3] = A(c);
-            }
-        }, kind == kBmpTopDown);
+        DibRows(
+            b, img.w, img.h, bits,
+            [&](uint8_t* row, int32_t x, int32_t y) {
+                const uint32_t c = e.At(x, y);
+                const uint32_t i = indexed ? g_idx[size_t(y) * size_t(w) + size_t(x)] : 0;
+                switch (bits) {
+                case 1:
+                    row[x / 8] |= uint8_t(i << (7 - x % 8));
+                    break;
+                case 4:
+                    row[x / 2] |= uint8_t(x % 2 ? i : i << 4);
+                    break;
+                case 8:
+                    row[x] = uint8_t(i);
+                    break;
+                case 16: {
+                    const uint32_t v = kind == kBmp555
+                                           ? ((R(c) >> 3) << 10) | ((G(c) >> 3) << 5) | (B(c) >> 3)
+                                           : ((R(c) >> 3) << 11) | ((G(c) >> 2) << 5) | (B(c) >> 3);
+                    row[2 * x] = uint8_t(v);
+                    row[2 * x + 1] = uint8_t(v >> 8);
+                    break;
+                }
+                default:
+                    row[x * (bits / 8)] = B(c);
+                    row[x * (bits / 8) + 1] = G(c);
+                    row[x * (bits / 8) + 2] = R(c);
+                    if (bits == 32) row[x * 4 + 3] = A(c);
+                }
+            },
+            kind == kBmpTopDown);
     }
     Set32(b, 2, uint32_t(b.size()));
     return b;
@@ -388,14 +438,16 @@ Bytes TgaFile(const Img& img, TgaKind kind, const Img* stamp) {
         for (int32_t r = 0; r < src.h; ++r) {
             const int32_t y = kind == kTgaTopDown ? r : src.h - 1 - r;
             if (!compress) {
-                for (int32_t x = 0; x < src.w; ++x) pixel(src, x, y, out);
+                for (int32_t x = 0; x < src.w; ++x)
+                    pixel(src, x, y, out);
                 continue;
             }
             // Runs of equal pixels as run packets, the rest as raw packets of one.
             int32_t x = 0;
             while (x < src.w) {
                 int32_t run = 1;
-                while (x + run < src.w && run < 128 && src.At(x + run, y) == src.At(x, y)) ++run;
+                while (x + run < src.w && run < 128 && src.At(x + run, y) == src.At(x, y))
+                    ++run;
                 out.push_back(uint8_t(run > 1 ? 0x80 | (run - 1) : 0));
                 pixel(src, x, y, out);
                 x += run;
@@ -476,7 +528,8 @@ Bytes PcxFile(const Img& img, PcxKind kind) {
         }
         for (size_t i = 0; i < line.size();) {
             size_t run = 1;
-            while (i + run < line.size() && run < 63 && line[i + run] == line[i]) ++run;
+            while (i + run < line.size() && run < 63 && line[i + run] == line[i])
+                ++run;
             if (run > 1 || (line[i] & 0xC0) == 0xC0) b.push_back(uint8_t(0xC0 | run));
             b.push_back(line[i]);
             i += run;
@@ -497,14 +550,18 @@ Bytes PcxFile(const Img& img, PcxKind kind) {
 
 Img PsdExpected(const Img& img, PsdKind kind) {
     switch (kind) {
-    case kPsdRgbRleAlpha: return img;
-    case kPsdGreyRle: return Grey(img);
-    case kPsdIndexed: return Indexed(img.w, img.h, 256, &g_idx, &g_pal);
+    case kPsdRgbRleAlpha:
+        return img;
+    case kPsdGreyRle:
+        return Grey(img);
+    case kPsdIndexed:
+        return Indexed(img.w, img.h, 256, &g_idx, &g_pal);
     case kPsdCmyk: {
         // Inks of the colours with no black: the colours come back as they were.
         return Opaque(img);
     }
-    default: return Opaque(img);
+    default:
+        return Opaque(img);
     }
 }
 
@@ -513,7 +570,10 @@ Bytes PsdFile(const Img& img, PsdKind kind, const Bytes* thumbJpeg) {
     const bool alpha = kind == kPsdRgbRleAlpha;
     const bool rle = kind == kPsdRgbRleAlpha || kind == kPsdGreyRle;
     const uint32_t depth = kind == kPsdRgb16 ? 16 : 8;
-    const uint32_t mode = kind == kPsdGreyRle ? 1 : kind == kPsdIndexed ? 2 : kind == kPsdCmyk ? 4 : 3;
+    const uint32_t mode = kind == kPsdGreyRle   ? 1
+                          : kind == kPsdIndexed ? 2
+                          : kind == kPsdCmyk    ? 4
+                                                : 3;
     const uint32_t channels = (mode == 1 || mode == 2) ? 1 : mode == 4 ? 4 : alpha ? 4 : 3;
     Bytes b = {'8', 'B', 'P', 'S'};
     Put16BE(b, 1);
@@ -526,7 +586,8 @@ Bytes PsdFile(const Img& img, PsdKind kind, const Bytes* thumbJpeg) {
     if (mode == 2) {
         Put32BE(b, 768);
         for (int c = 2; c >= 0; --c)
-            for (uint32_t i = 0; i < 256; ++i) b.push_back(uint8_t(g_pal[i] >> (8 * c)));
+            for (uint32_t i = 0; i < 256; ++i)
+                b.push_back(uint8_t(g_pal[i] >> (8 * c)));
     } else {
         Put32BE(b, 0);
     }
@@ -593,10 +654,13 @@ Bytes PsdFile(const Img& img, PsdKind kind, const Bytes* thumbJpeg) {
             packed.emplace_back();
             PackBits(r.data(), r.size(), packed.back());
         }
-        for (const Bytes& p : packed) Put16BE(b, uint32_t(p.size()));
-        for (const Bytes& p : packed) b.insert(b.end(), p.begin(), p.end());
+        for (const Bytes& p : packed)
+            Put16BE(b, uint32_t(p.size()));
+        for (const Bytes& p : packed)
+            b.insert(b.end(), p.begin(), p.end());
     } else {
-        for (const Bytes& r : rows) b.insert(b.end(), r.begin(), r.end());
+        for (const Bytes& r : rows)
+            b.insert(b.end(), r.begin(), r.end());
     }
     return b;
 }
@@ -606,17 +670,21 @@ Bytes PsdFile(const Img& img, PsdKind kind, const Bytes* thumbJpeg) {
 Img PngExpected(const Img& img, PngKind kind) {
     switch (kind) {
     case kPngRgba:
-    case kPngInterlaced: return img;
+    case kPngInterlaced:
+        return img;
     case kPngGrey:
-    case kPngGrey16: return Grey(img);
-    case kPngPalette4: return Indexed(img.w, img.h, 16, &g_idx, &g_pal);
+    case kPngGrey16:
+        return Grey(img);
+    case kPngPalette4:
+        return Indexed(img.w, img.h, 16, &g_idx, &g_pal);
     case kPngPaletteAlpha: {
         Img e = Indexed(img.w, img.h, 16, &g_idx, &g_pal);
         for (size_t i = 0; i < e.px.size(); ++i)
             e.px[i] = (e.px[i] & 0xFFFFFF) | (uint32_t(g_idx[i] * 16) << 24);
         return e;
     }
-    default: return Opaque(img);
+    default:
+        return Opaque(img);
     }
 }
 
@@ -637,10 +705,10 @@ Bytes PngFile(const Img& img, PngKind kind) {
     png_set_write_fn(png, &out, PngWrite, PngFlush);
     const bool palette = kind == kPngPalette4 || kind == kPngPaletteAlpha;
     const bool grey = kind == kPngGrey || kind == kPngGrey16;
-    const int type = palette ? PNG_COLOR_TYPE_PALETTE
-                     : grey  ? PNG_COLOR_TYPE_GRAY
+    const int type = palette                                        ? PNG_COLOR_TYPE_PALETTE
+                     : grey                                         ? PNG_COLOR_TYPE_GRAY
                      : (kind == kPngRgba || kind == kPngInterlaced) ? PNG_COLOR_TYPE_RGBA
-                                                                     : PNG_COLOR_TYPE_RGB;
+                                                                    : PNG_COLOR_TYPE_RGB;
     const int depth = kind == kPngPalette4 ? 4 : kind == kPngGrey16 ? 16 : 8;
     png_set_IHDR(png, info, uint32_t(img.w), uint32_t(img.h), depth, type,
                  kind == kPngInterlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
@@ -666,7 +734,10 @@ Bytes PngFile(const Img& img, PngKind kind) {
             const uint32_t c = e.At(x, y);
             const uint8_t i = palette ? g_idx[size_t(y) * size_t(img.w) + size_t(x)] : 0;
             if (kind == kPngPalette4) {
-                if (x % 2 == 0) r.push_back(uint8_t(i << 4)); else r.back() |= i;
+                if (x % 2 == 0)
+                    r.push_back(uint8_t(i << 4));
+                else
+                    r.back() |= i;
             } else if (palette) {
                 r.push_back(i);
             } else if (grey) {
@@ -682,7 +753,8 @@ Bytes PngFile(const Img& img, PngKind kind) {
         rows.push_back(r);
     }
     std::vector<png_bytep> ptrs;
-    for (Bytes& r : rows) ptrs.push_back(r.data());
+    for (Bytes& r : rows)
+        ptrs.push_back(r.data());
     png_write_image(png, ptrs.data());
     png_write_end(png, nullptr);
     png_destroy_write_struct(&png, &info);
@@ -705,7 +777,8 @@ struct TiffMem {
 };
 tmsize_t TRead(thandle_t h, void* p, tmsize_t n) {
     TiffMem* m = static_cast<TiffMem*>(h);
-    const uint64_t k = std::min<uint64_t>(uint64_t(n), m->pos < m->b->size() ? m->b->size() - m->pos : 0);
+    const uint64_t k =
+        std::min<uint64_t>(uint64_t(n), m->pos < m->b->size() ? m->b->size() - m->pos : 0);
     std::memcpy(p, m->b->data() + m->pos, size_t(k));
     m->pos += k;
     return tmsize_t(k);
@@ -722,9 +795,15 @@ toff_t TSeek(thandle_t h, toff_t o, int whence) {
     m->pos = (whence == SEEK_CUR ? m->pos : whence == SEEK_END ? m->b->size() : 0) + o;
     return m->pos;
 }
-int TClose(thandle_t) { return 0; }
-toff_t TSize(thandle_t h) { return static_cast<TiffMem*>(h)->b->size(); }
-int TMap(thandle_t, void**, toff_t*) { return 0; }
+int TClose(thandle_t) {
+    return 0;
+}
+toff_t TSize(thandle_t h) {
+    return static_cast<TiffMem*>(h)->b->size();
+}
+int TMap(thandle_t, void**, toff_t*) {
+    return 0;
+}
 void TUnmap(thandle_t, void*, toff_t) {}
 
 void TiffPicture(TIFF* t, const Img& e, TiffKind kind, bool reduced) {
@@ -737,9 +816,10 @@ void TiffPicture(TIFF* t, const Img& e, TiffKind kind, bool reduced) {
     TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
     TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, spp);
     TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, kind == kTiffGrey      ? PHOTOMETRIC_MINISBLACK
-                                         : kind == kTiffPalette ? PHOTOMETRIC_PALETTE
-                                                                : PHOTOMETRIC_RGB);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC,
+                 kind == kTiffGrey      ? PHOTOMETRIC_MINISBLACK
+                 : kind == kTiffPalette ? PHOTOMETRIC_PALETTE
+                                        : PHOTOMETRIC_RGB);
     if (alpha) {
         uint16_t extra = EXTRASAMPLE_UNASSALPHA;
         TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, &extra);
@@ -757,8 +837,10 @@ void TiffPicture(TIFF* t, const Img& e, TiffKind kind, bool reduced) {
     TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
     auto sample = [&](int32_t x, int32_t y, Bytes& out) {
         const uint32_t c = e.At(x, y);
-        if (kind == kTiffPalette) out.push_back(g_idx[size_t(y) * size_t(e.w) + size_t(x)]);
-        else if (kind == kTiffGrey) out.push_back(G(c));
+        if (kind == kTiffPalette)
+            out.push_back(g_idx[size_t(y) * size_t(e.w) + size_t(x)]);
+        else if (kind == kTiffGrey)
+            out.push_back(G(c));
         else {
             out.push_back(R(c));
             out.push_back(G(c));
@@ -775,8 +857,10 @@ void TiffPicture(TIFF* t, const Img& e, TiffKind kind, bool reduced) {
                 Bytes tile;
                 for (int32_t y = ty; y < ty + 16; ++y)
                     for (int32_t x = tx; x < tx + 16; ++x) {
-                        if (x < e.w && y < e.h) sample(x, y, tile);
-                        else tile.insert(tile.end(), 3, 0);
+                        if (x < e.w && y < e.h)
+                            sample(x, y, tile);
+                        else
+                            tile.insert(tile.end(), 3, 0);
                     }
                 TIFFWriteTile(t, tile.data(), uint32_t(tx), uint32_t(ty), 0, 0);
             }
@@ -785,7 +869,8 @@ void TiffPicture(TIFF* t, const Img& e, TiffKind kind, bool reduced) {
         TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 7);
         for (int32_t y = 0; y < e.h; ++y) {
             Bytes row;
-            for (int32_t x = 0; x < e.w; ++x) sample(x, y, row);
+            for (int32_t x = 0; x < e.w; ++x)
+                sample(x, y, row);
             TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
         }
     }
@@ -870,7 +955,8 @@ Bytes WmfFile(int w, int h, int unitsPerInch) {
     Put16(b, uint32_t(unitsPerInch));
     Put32(b, 0);
     uint32_t sum = 0;
-    for (int i = 0; i < 10; ++i) sum ^= uint32_t(b[size_t(2 * i)]) | (uint32_t(b[size_t(2 * i + 1)]) << 8);
+    for (int i = 0; i < 10; ++i)
+        sum ^= uint32_t(b[size_t(2 * i)]) | (uint32_t(b[size_t(2 * i + 1)]) << 8);
     Put16(b, sum);
     const size_t header = b.size();
     Put16(b, 1);
@@ -883,13 +969,14 @@ Bytes WmfFile(int w, int h, int unitsPerInch) {
     auto rec = [&](uint32_t fn, std::initializer_list<uint32_t> p) {
         Put32(b, uint32_t(3 + p.size()));
         Put16(b, fn);
-        for (uint32_t v : p) Put16(b, v);
+        for (uint32_t v : p)
+            Put16(b, v);
     };
     rec(0x020B, {0, 0});
     rec(0x020C, {uint32_t(h), uint32_t(w)});
     rec(0x02FC, {0, 0x00FF, 0, 0}); // a solid red brush
     rec(0x012D, {0});
-    rec(0x02FA, {5, 0, 0, 0, 0});   // a null pen
+    rec(0x02FA, {5, 0, 0, 0, 0}); // a null pen
     rec(0x012D, {1});
     rec(0x041B, {uint32_t(2 * h / 3), uint32_t(2 * w / 3), uint32_t(h / 3), uint32_t(w / 3)});
     rec(0x0000, {});

@@ -29,9 +29,9 @@ Img Opaque(const Img& img);
 // The picture as an orientation code of a camera says to show it.
 Img Turn(const Img& img, uint32_t orientation);
 // Colours reduced as a file of fewer bits stores them.
-Img Grey(const Img& img);         // the green channel as grey
-Img To555(const Img& img);        // 5 bits a channel
-Img To565(const Img& img);        // 5, 6, 5 bits
+Img Grey(const Img& img);  // the green channel as grey
+Img To555(const Img& img); // 5 bits a channel
+Img To565(const Img& img); // 5, 6, 5 bits
 // A picture of `colors` colours (2, 4, 16 or 256) and its indices.
 Img Indexed(int32_t w, int32_t h, uint32_t colors, std::vector<uint8_t>* indices,
             std::vector<uint32_t>* palette);
@@ -41,8 +41,19 @@ double Psnr(const Img& a, const Img& b);
 Img FromDib(const tagKXBMINFOHEADER* desc, const void* pixels);
 
 // ---- files
-enum BmpKind { kBmp24, kBmp32, kBmp8, kBmp4, kBmp1, kBmp555, kBmp565, kBmpRle8, kBmpRle4,
-               kBmpTopDown, kBmpCore };
+enum BmpKind {
+    kBmp24,
+    kBmp32,
+    kBmp8,
+    kBmp4,
+    kBmp1,
+    kBmp555,
+    kBmp565,
+    kBmpRle8,
+    kBmpRle4,
+    kBmpTopDown,
+    kBmpCore
+};
 // The picture each kind stores for `img` (the index kinds store Indexed(...)).
 Img BmpExpected(const Img& img, BmpKind kind);
 Bytes BmpFile(const Img& img, BmpKind kind);
@@ -61,8 +72,15 @@ Img PsdExpected(const Img& img, PsdKind kind);
 // With the thumbnail resource holding `thumbJpeg` when given.
 Bytes PsdFile(const Img& img, PsdKind kind, const Bytes* thumbJpeg = nullptr);
 
-enum PngKind { kPngRgb, kPngRgba, kPngGrey, kPngPalette4, kPngGrey16, kPngInterlaced,
-               kPngPaletteAlpha };
+enum PngKind {
+    kPngRgb,
+    kPngRgba,
+    kPngGrey,
+    kPngPalette4,
+    kPngGrey16,
+    kPngInterlaced,
+    kPngPaletteAlpha
+};
 Img PngExpected(const Img& img, PngKind kind);
 Bytes PngFile(const Img& img, PngKind kind);
 
