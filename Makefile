@@ -27,7 +27,8 @@ test: build
 	@ctest --test-dir $(BUILD) -j$(JOBS) --output-on-failure
 
 demo: build
-	@$(BUILD)/kelp demo --out $(DEMO_OUT)
+	@$(BUILD)/kelp_samples $(DEMO_OUT)/samples
+	@$(BUILD)/kelp demo --out $(DEMO_OUT) --samples $(DEMO_OUT)/samples
 
 bench: deps
 	@cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELP_BUILD_TESTS=OFF >/dev/null

@@ -154,6 +154,23 @@ std::string CutUtf8(const std::string& s, size_t maxBytes);
 // equals `comparand`, and gives the word's old value either way.
 int32_t InterlockedCompareExchange(volatile int32_t* dest, int32_t exchange, int32_t comparand);
 bool IsDirectory(const std::wstring& path);
+
+// ---- Image files
+// Plain files, read and written whole or in large pieces. A handle is opened for
+// reading (others may read too) or created for writing (an existing file is
+// truncated; others may read it meanwhile).
+struct FileHandle;
+FileHandle* OpenFileRead(const std::wstring& path);   // null on failure
+FileHandle* CreateFileWrite(const std::wstring& path); // null on failure
+// Reads up to `size` bytes; *done gets the count. False on an error (end of file is
+// no error: it reads short).
+bool ReadFile(FileHandle* f, void* buffer, size_t size, size_t* done);
+// Writes all `size` bytes or fails; *done gets the count written.
+bool WriteFile(FileHandle* f, const void* buffer, size_t size, size_t* done);
+bool GetFileSize(FileHandle* f, uint64_t* size);
+bool CloseFile(FileHandle* f); // false if the last writes could not be completed
+bool DeleteFile(const std::wstring& path);
+
 // ---- Conversion kernels: guard pages
 size_t PageSize();
 // Makes whole pages of a page block unreadable and unwritable (p and size a multiple of

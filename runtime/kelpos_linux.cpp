@@ -4,6 +4,7 @@
 #include <cpuid.h>
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <pthread.h>
 #include <sched.h>
@@ -887,6 +888,76 @@ KXMODULE LoadModuleReporting(const std::wstring& path, uint32_t* error, std::str
     SetLastError(*error);
     return nullptr;
 }
+
+// ---------------------------------------------------------------- image files
+
+struct FileHandle {
+    int fd;
+};
+
+FileHandle* OpenFileRead(const std::wstring& path) {
+    int fd = ::open(ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(fd);
+        return nullptr;
+    }
+    FileHandle* f = new (std::nothrow) FileHandle{fd};
+    if (!f) ::close(fd);
+    return f;
+}
+
+FileHandle* CreateFileWrite(const std::wstring& path) {
+    int fd = ::open(ToUtf8(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return nullptr;
+    FileHandle* f = new (std::nothrow) FileHandle{fd};
+    if (!f) ::close(fd);
+    return f;
+}
+
+bool ReadFile(FileHandle* f, void* buffer, size_t size, size_t* done) {
+    *done = 0;
+    if (!f) return false;
+    char* p = static_cast<char*>(buffer);
+    while (*done < size) {
+        ssize_t n = ::read(f->fd, p + *done, std::min<size_t>(size - *done, 1u << 30));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return false;
+        if (n == 0) break;
+        *done += size_t(n);
+    }
+    return true;
+}
+
+bool WriteFile(FileHandle* f, const void* buffer, size_t size, size_t* done) {
+    *done = 0;
+    if (!f) return false;
+    const char* p = static_cast<const char*>(buffer);
+    while (*done < size) {
+        ssize_t n = ::write(f->fd, p + *done, std::min<size_t>(size - *done, 1u << 30));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        *done += size_t(n);
+    }
+    return true;
+}
+
+bool GetFileSize(FileHandle* f, uint64_t* size) {
+    struct stat st;
+    if (!f || fstat(f->fd, &st) != 0) return false;
+    *size = uint64_t(st.st_size);
+    return true;
+}
+
+bool CloseFile(FileHandle* f) {
+    if (!f) return false;
+    bool ok = ::close(f->fd) == 0;
+    delete f;
+    return ok;
+}
+
+bool DeleteFile(const std::wstring& path) { return ::unlink(ToUtf8(path).c_str()) == 0; }
 
 // ---------------------------------------------------------------- conversion kernels
 

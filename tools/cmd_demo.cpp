@@ -1,6 +1,8 @@
 // kelp demo: a generated 32-bit image through the conversion manager. It takes the
 // image's alpha out as an 8-bit image and puts it back, copies the image by an identity
 // conversion, checks every step, and with --out DIR writes what it made as .bmp files.
+// With --out it also writes the image through the image files (tga, tif, jpg, bsi),
+// reads each back, and with --samples DIR converts every sample file found there.
 #include <kelp/kelp.h>
 
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "imagetool.h"
 
 namespace {
 
@@ -110,12 +113,14 @@ bool Check(bool ok, const char* what) {
 } // namespace
 
 int CmdDemo(int argc, char** argv) {
-    std::string outDir;
+    std::string outDir, samplesDir;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--out") == 0 && i + 1 < argc) {
             outDir = argv[++i];
+        } else if (std::strcmp(argv[i], "--samples") == 0 && i + 1 < argc) {
+            samplesDir = argv[++i];
         } else {
-            std::fprintf(stderr, "usage: kelp demo [--out DIR]\n");
+            std::fprintf(stderr, "usage: kelp demo [--out DIR [--samples DIR]]\n");
             return 2;
         }
     }
@@ -185,6 +190,7 @@ int CmdDemo(int argc, char** argv) {
         if (written)
             std::printf("see %s/: image.bmp, alpha.bmp (shades of red), copy.bmp\n",
                         outDir.c_str());
+        ok &= imagetool::DemoImageFiles(outDir, samplesDir, &image, pixels.data());
     }
 
     if (copy && copy != pixels.data()) allocator.Free(copy);

@@ -25,6 +25,8 @@ const Command kCommands[] = {
     {"config", CmdConfig, "read and change settings (get, set, list, delete)"},
     {"codecs", CmdCodecs, "list the codec plug-ins and what they do"},
     {"codec-roundtrip", CmdCodecRoundtrip, "compress and decompress a picture, print the PSNR"},
+    {"info", CmdInfo, "what the library sees in an image file"},
+    {"convert", CmdConvert, "convert an image file (depth, alpha, size, quality)"},
 };
 
 void Usage() {

@@ -17,3 +17,5 @@
 #include "kelpthread.h"
 #include "kxunknown.h"
 #include "samplerateconverter.h"
+#include "kelpimg.h"
+#include "imageio.h"

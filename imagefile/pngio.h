@@ -1,0 +1,14 @@
+// PNG files through libpng: every colour type and bit depth, interlaced or not, with
+// transparency kept as alpha, and the camera's orientation from an eXIf chunk. The
+// library reads PNG files only.
+#pragma once
+
+#include "backend.h"
+
+namespace kelp {
+namespace imgfile {
+
+const CBackend* PngBackend();
+
+} // namespace imgfile
+} // namespace kelp

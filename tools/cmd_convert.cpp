@@ -1,0 +1,200 @@
+// kelp convert IN OUT [--depth 24|32] [--alpha straight|opaque|premultiplied]
+//                     [--size WxH] [--quality Q]
+// Reads IN through the library's image files, at the depth asked for and resized by the
+// loader when a size is given; changes what the alpha bytes hold through the conversion
+// manager; writes OUT in the format its extension names.
+//
+// OUT is written under a temporary name in its own directory and renamed over OUT only
+// when it is complete, so that a failed conversion never destroys an existing OUT.
+#include <kelp/kelp.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "commands.h"
+#include "imagetool.h"
+
+namespace {
+
+char g_tempPath[4096];
+
+extern "C" void OnConvertSignal(int sig) {
+    if (g_tempPath[0]) unlink(g_tempPath);
+    signal(sig, SIG_DFL);
+    raise(sig);
+}
+
+int Usage() {
+    std::fprintf(stderr,
+                 "usage: kelp convert IN OUT [--depth 24|32] "
+                 "[--alpha straight|opaque|premultiplied] [--size WxH] [--quality Q]\n"
+                 "Reads IN (tif, tga, jpg, bmp, png, pcx, psd, wmf, bsi) and writes OUT as\n"
+                 ".bmp, .tif, .tga, .jpg or .bsi, chosen by its extension. --alpha loads at\n"
+                 "32 bits; .tif and .jpg files keep no alpha. --quality (per cent) is for\n"
+                 ".jpg; --size resamples while loading.\n");
+    return 2;
+}
+
+int Fail(const std::string& message) {
+    std::fprintf(stderr, "kelp convert: %s\n", message.c_str());
+    return 1;
+}
+
+bool ParseNumber(const char* text, uint32_t low, uint32_t high, uint32_t* value) {
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long v = std::strtoul(text, &end, 10);
+    if (errno || end == text || *end || text[0] == '-' || v < low || v > high) return false;
+    *value = uint32_t(v);
+    return true;
+}
+
+bool ParseSize(const std::string& text, uint32_t* w, uint32_t* h) {
+    const size_t x = text.find_first_of("xX");
+    return x != std::string::npos && ParseNumber(text.substr(0, x).c_str(), 1, 1u << 20, w) &&
+           ParseNumber(text.substr(x + 1).c_str(), 1, 1u << 20, h);
+}
+
+// The picture with its fourth byte holding `alpha`, through the conversion manager.
+bool ChangeAlpha(KXBMINFOHEADERYUV* desc, void** pixels, uint32_t alpha,
+                 kelp::IAllocator* allocator, std::string* why) {
+    if (desc->bmi.bmiAlpha == alpha) return true;
+    kelp::IConversionManager* cm = KXCONVCreateConversionManager();
+    if (!cm) {
+        *why = "out of memory";
+        return false;
+    }
+    cm->Init(KXCONV_VERSION, 0);
+    KXBMINFOHEADERYUV out = *desc;
+    out.bmi.bmiAlpha = alpha;
+    void* converted = nullptr;
+    uint32_t flags = KXCONV_KEEP_INPUT;
+    int32_t quality = 0;
+    const KXRESULT r =
+        cm->Convert(&desc->bmi, *pixels, &out.bmi, &converted, &flags, &quality, allocator);
+    cm->Release();
+    if (KX_FAILED(r) || out.bmi.bmiAlpha != alpha) {
+        if (converted && converted != *pixels) allocator->Free(converted);
+        *why = std::string("the conversion manager has no stage that makes ") +
+               imagetool::AlphaName(alpha) + " alpha from " +
+               imagetool::AlphaName(desc->bmi.bmiAlpha) + " alpha";
+        return false;
+    }
+    if (converted != *pixels) {
+        allocator->Free(*pixels);
+        *pixels = converted;
+    }
+    *desc = out;
+    return true;
+}
+
+} // namespace
+
+int CmdConvert(int argc, char** argv) {
+    std::string in, out;
+    uint32_t depth = 0, quality = 100, width = 0, height = 0;
+    int alpha = -1;
+    bool sized = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        const bool value = i + 1 < argc;
+        if (a == "--depth" && value) {
+            if (!ParseNumber(argv[++i], 24, 32, &depth) || (depth != 24 && depth != 32))
+                return Usage();
+        } else if (a == "--alpha" && value) {
+            const std::string v = argv[++i];
+            alpha = v == "straight"        ? int(KXDIB_ALPHA_VALID)
+                    : v == "opaque"        ? int(KXDIB_ALPHA_OPAQUE)
+                    : v == "premultiplied" ? int(KXDIB_ALPHA_PREMULTIPLIED)
+                                           : -2;
+            if (alpha == -2) return Usage();
+        } else if (a == "--size" && value) {
+            if (!ParseSize(argv[++i], &width, &height)) return Usage();
+            sized = true;
+        } else if (a == "--quality" && value) {
+            if (!ParseNumber(argv[++i], 0, 100, &quality)) return Usage();
+        } else if (!a.empty() && a[0] != '-' && in.empty()) {
+            in = a;
+        } else if (!a.empty() && a[0] != '-' && out.empty()) {
+            out = a;
+        } else {
+            return Usage();
+        }
+    }
+    if (in.empty() || out.empty()) return Usage();
+    if (alpha >= 0 && depth == 24) return Fail("alpha needs 32 bits: leave out --depth 24");
+    const std::string ext = imagetool::Extension(out);
+    if (ext != "bmp" && ext != "tif" && ext != "tga" && ext != "jpg" && ext != "bsi")
+        return Fail("cannot write " + out + ": the library writes .bmp, .tif, .tga, .jpg and .bsi");
+    std::wstring win, wtemp;
+    if (!imagetool::Wide(in, &win)) return Fail(in + ": the name is not UTF-8");
+
+    // The temporary output beside OUT, with OUT's extension, which chooses the format.
+    const size_t slash = out.find_last_of('/');
+    const std::string dir = slash == std::string::npos ? "" : out.substr(0, slash + 1);
+    const std::string temp = dir + ".kelp-convert-" + std::to_string(getpid()) + "." + ext;
+    if (temp.size() >= sizeof g_tempPath || !imagetool::Wide(temp, &wtemp))
+        return Fail(out + ": the name is too long or not UTF-8");
+
+    kelp::IImageIO* io = CreateImageIO(KXIMAGEIO_VERSION, nullptr);
+    if (!io) return Fail("out of memory");
+    kelp::CCppAllocator allocator;
+    KXBMINFOHEADER* info = nullptr;
+    if (KX_FAILED(io->GetImageInfo(win.c_str(), &info, &allocator))) {
+        io->Release();
+        return Fail(in + ": not an image file the library reads");
+    }
+    KXBMINFOHEADERYUV desc = {};
+    std::memcpy(&desc, info, std::min<size_t>(info->biSize, sizeof desc));
+    desc.bmi.biSize = KXBMI_SIZE;
+    const int32_t inW = info->biWidth, inH = info->biHeight;
+    allocator.Free(info);
+
+    kelp::ImageLoadOptions load = {sizeof(kelp::ImageLoadOptions),
+                                   alpha >= 0 ? 32u : depth,
+                                   sized ? IMAGELOAD_RESIZE : 0u,
+                                   0,
+                                   width,
+                                   height};
+    void* pixels = nullptr;
+    if (KX_FAILED(io->LoadImage(win.c_str(), &desc.bmi, &pixels, &allocator, &load))) {
+        io->Release();
+        return Fail(in + ": cannot be read (damaged, or too large)");
+    }
+    std::string why;
+    if (alpha >= 0 && !ChangeAlpha(&desc, &pixels, uint32_t(alpha), &allocator, &why)) {
+        allocator.Free(pixels);
+        io->Release();
+        return Fail(in + ": " + why);
+    }
+
+    std::strcpy(g_tempPath, temp.c_str());
+    signal(SIGINT, OnConvertSignal);
+    signal(SIGTERM, OnConvertSignal);
+    signal(SIGHUP, OnConvertSignal);
+    kelp::ImageSaveOptions save = {sizeof(kelp::ImageSaveOptions), 0, 0, quality, {0, 0}};
+    const bool saved = KX_SUCCEEDED(io->SaveImage(wtemp.c_str(), &desc.bmi, pixels, &save));
+    allocator.Free(pixels);
+    io->Release();
+    if (!saved || std::rename(temp.c_str(), out.c_str()) != 0) {
+        const int e = errno;
+        unlink(temp.c_str());
+        g_tempPath[0] = 0;
+        return Fail(saved ? out + ": " + std::strerror(e) : out + ": cannot be written");
+    }
+    g_tempPath[0] = 0;
+    // What the file holds: .tif always 24 bits, .jpg no alpha, the others as the image.
+    const int bits = desc.bmi.biBitCount;
+    const int written = (ext == "tif" || (ext == "jpg" && bits == 32)) ? 24 : bits;
+    std::printf("%s: %d x %d -> %s: %d x %d, %d bits", in.c_str(), inW, inH, out.c_str(),
+                desc.bmi.biWidth, desc.bmi.biHeight, written);
+    if (written == 32) std::printf(", %s alpha", imagetool::AlphaName(desc.bmi.bmiAlpha));
+    std::printf("\n");
+    return 0;
+}
