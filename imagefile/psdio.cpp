@@ -197,7 +197,7 @@ KXRESULT DecodeMerged(const ByteReader& r, const Header& h, const DecodeRequest&
         for (uint32_t c = 0; c < used; ++c) {
             next[c] = at;
             for (uint64_t y = 0; y < rows; ++y) {
-                uint32_t n;
+                uint32_t n = 0;
                 r.Be16(base + 2 * (c * rows + y), &n);
                 at += n;
             }
@@ -238,7 +238,7 @@ KXRESULT DecodeMerged(const ByteReader& r, const Header& h, const DecodeRequest&
                 ch[c] = r.Data() + next[c];
                 next[c] += rowBytes;
             } else {
-                uint32_t length;
+                uint32_t length = 0;
                 r.Be16(base + 2 * (c * rows + uint64_t(y)), &length);
                 if (!Unpack(r.Data() + next[c], length, row, size_t(rowBytes)))
                     return KXE_IMAGEFILE;
