@@ -21,7 +21,7 @@ int CmdVersion(int, char**) {
 const Command kCommands[] = {
     {"version", CmdVersion, "print the library's version"},
     {"demo", CmdDemo, "a generated image through the conversion manager [--out DIR]"},
-    {"resample", CmdResample, "convert a sound file to another standard rate"},
+    {"resample", CmdResample, "convert a sound file to another sample rate"},
     {"config", CmdConfig, "read and change settings (get, set, list, delete)"},
     {"codecs", CmdCodecs, "list the codec plug-ins and what they do"},
     {"codec-roundtrip", CmdCodecRoundtrip, "compress and decompress a picture, print the PSNR"},
