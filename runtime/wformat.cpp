@@ -32,7 +32,7 @@ private:
     bool m_ok;
 };
 
-struct Spec {
+struct Conversion {
     bool left = false, plus = false, space = false, alt = false, zero = false;
     int width = 0;
     int precision = -1;
@@ -62,21 +62,21 @@ size_t DecodeNarrow(const unsigned char* s, size_t n, wchar_t* out) {
     return 1;
 }
 
-void PutPadded(Out& o, const Spec& sp, const wchar_t* text, int len) {
+void PutPadded(Out& o, const Conversion& sp, const wchar_t* text, int len) {
     int pad = sp.width > len ? sp.width - len : 0;
     if (!sp.left) o.Repeat(L' ', pad);
     for (int i = 0; i < len; ++i) o.Put(text[i]);
     if (sp.left) o.Repeat(L' ', pad);
 }
 
-void PutWideString(Out& o, const Spec& sp, const wchar_t* s) {
+void PutWideString(Out& o, const Conversion& sp, const wchar_t* s) {
     if (!s) s = L"(null)";
     int len = 0;
     while (s[len] && (sp.precision < 0 || len < sp.precision)) ++len;
     PutPadded(o, sp, s, len);
 }
 
-void PutNarrowString(Out& o, const Spec& sp, const char* s) {
+void PutNarrowString(Out& o, const Conversion& sp, const char* s) {
     if (!s) s = "(null)";
     const unsigned char* u = reinterpret_cast<const unsigned char*>(s);
     size_t n = strlen(s);
@@ -91,7 +91,7 @@ void PutNarrowString(Out& o, const Spec& sp, const char* s) {
     PutPadded(o, sp, tmp, len);
 }
 
-void PutInteger(Out& o, const Spec& sp, uint64_t magnitude, bool negative, int base, bool upper,
+void PutInteger(Out& o, const Conversion& sp, uint64_t magnitude, bool negative, int base, bool upper,
                 bool isSigned) {
     wchar_t digits[72];
     int nd = 0;
@@ -133,7 +133,7 @@ void PutInteger(Out& o, const Spec& sp, uint64_t magnitude, bool negative, int b
     if (sp.left) o.Repeat(L' ', pad);
 }
 
-void PutFloat(Out& o, const Spec& sp, wchar_t conv, double value) {
+void PutFloat(Out& o, const Conversion& sp, wchar_t conv, double value) {
     char fmt[32];
     int n = 0;
     fmt[n++] = '%';
@@ -163,7 +163,7 @@ extern "C" int kelpFormatV(wchar_t* buf, size_t count, const wchar_t* format, va
         }
         const wchar_t* start = f;
         ++f;
-        Spec sp;
+        Conversion sp;
         for (;; ++f) {
             if (*f == L'-')
                 sp.left = true;
@@ -269,7 +269,7 @@ extern "C" int kelpFormatV(wchar_t* buf, size_t count, const wchar_t* format, va
         }
         case L'p': {
             uintptr_t v = uintptr_t(va_arg(ap, void*));
-            Spec ps = sp;
+            Conversion ps = sp;
             if (ps.precision < 0) ps.precision = int(2 * sizeof(void*));
             ps.alt = false;
             PutInteger(o, ps, v, false, 16, true, false);
