@@ -1,6 +1,8 @@
 // kelp resample, run as a person would: on WAV files made here with libsndfile.
 #include <gtest/gtest.h>
 
+#include "resample_cli_fixture.h"
+
 #include <sndfile.h>
 #include <sys/wait.h>
 
@@ -17,46 +19,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class ResampleCli : public ::testing::Test {
+class ResampleCli : public kelptest::ResampleCliFixture {
 protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/kelp-resample-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        m_dir = tmpl;
-    }
-    void TearDown() override { fs::remove_all(m_dir); }
-
-    std::string Path(const std::string& name) const { return (m_dir / name).string(); }
-
-    // A sine of `hz` on every channel, scaled down channel by channel.
-    void MakeWav(const std::string& name, int rate, int channels, int frames, double hz) {
-        SF_INFO info{};
-        info.samplerate = rate;
-        info.channels = channels;
-        info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-        SNDFILE* f = sf_open(Path(name).c_str(), SFM_WRITE, &info);
-        ASSERT_NE(f, nullptr);
-        std::vector<short> data(size_t(frames) * channels);
-        for (int i = 0; i < frames; ++i)
-            for (int c = 0; c < channels; ++c)
-                data[size_t(i) * channels + c] =
-                    short(std::lround(16000.0 / (c + 1) * std::sin(2 * M_PI * hz * i / rate)));
-        ASSERT_EQ(sf_writef_short(f, data.data(), frames), frames);
-        sf_close(f);
-    }
-
-    // Runs the tool; the exit code, and what it wrote on standard error in `err`.
-    int Run(const std::string& args, std::string* err = nullptr) {
-        const std::string errFile = Path("stderr.txt");
-        const std::string cmd = std::string(KELP_TOOL_PATH) + " resample " + args + " 2>" + errFile;
-        const int status = std::system(cmd.c_str());
-        std::ifstream in(errFile);
-        std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        fs::remove(errFile);
-        if (err) *err = text;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
     std::vector<std::string> Names() const {
         std::vector<std::string> names;
         for (const auto& e : fs::directory_iterator(m_dir)) names.push_back(e.path().filename());
@@ -68,8 +32,6 @@ protected:
         std::ifstream in(Path(name), std::ios::binary);
         return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     }
-
-    fs::path m_dir;
 };
 
 struct Read {

@@ -2,6 +2,8 @@
 // every channel kept apart, the exact length, and clear refusals.
 #include <gtest/gtest.h>
 
+#include "resample_cli_fixture.h"
+
 #include <sndfile.h>
 #include <sys/wait.h>
 
@@ -19,44 +21,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class StreamCli : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/kelp-src-cli-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        m_dir = tmpl;
-    }
-    void TearDown() override { fs::remove_all(m_dir); }
-    std::string Path(const std::string& name) const { return (m_dir / name).string(); }
-
-    // A sine of `hz` on every channel, channel c at 1 / (c + 1) of 16000.
-    void MakeWav(const std::string& name, int rate, int channels, int frames, double hz) {
-        SF_INFO info{};
-        info.samplerate = rate;
-        info.channels = channels;
-        info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-        SNDFILE* f = sf_open(Path(name).c_str(), SFM_WRITE, &info);
-        ASSERT_NE(f, nullptr);
-        std::vector<short> data(size_t(frames) * channels);
-        for (int i = 0; i < frames; ++i)
-            for (int c = 0; c < channels; ++c)
-                data[size_t(i) * channels + c] =
-                    short(std::lround(16000.0 / (c + 1) * std::sin(2 * M_PI * hz * i / rate)));
-        ASSERT_EQ(sf_writef_short(f, data.data(), frames), frames);
-        sf_close(f);
-    }
-
-    int Run(const std::string& args, std::string* err = nullptr) {
-        const std::string errFile = Path("stderr.txt");
-        const std::string cmd = std::string(KELP_TOOL_PATH) + " resample " + args + " 2>" + errFile;
-        const int status = std::system(cmd.c_str());
-        std::ifstream in(errFile);
-        std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        fs::remove(errFile);
-        if (err) *err = text;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
+class StreamCli : public kelptest::ResampleCliFixture {
+protected:
     // One channel of a WAV file as floats of full scale 1.
     std::vector<float> Channel(const std::string& name, int c, SF_INFO* info) {
         SNDFILE* f = sf_open(Path(name).c_str(), SFM_READ, info);
@@ -69,8 +35,6 @@ class StreamCli : public ::testing::Test {
             v[i] = all[i * info->channels + c] / 32768.0f;
         return v;
     }
-
-    fs::path m_dir;
 };
 
 } // namespace
