@@ -1,4 +1,4 @@
-// The library's own wide-text formatter. Its conversions are fixed on every platform:
+// The library's own wide-text formatter (widefmt: wide printf for the trace). Its conversions are fixed on every platform:
 // %s and %c take wide arguments, %hs and %hc narrow ones, %S and %C narrow ones, the
 // `l` size means 32 bits, `ll` and `I64` 64 bits, `I` and `z` pointer size, %p prints
 // the pointer's upper-case hex digits padded to its width without a prefix. Narrow text
