@@ -2,8 +2,9 @@
 //
 // The 8-bit image has rows rounded up to 4 bytes and as many lines as the 32-bit one;
 // its record keeps the sign of the height (the row order), while its size counts the
-// lines without the sign. Both ways refuse an image whose biSizeImage does not cover
-// its pixels, rather than read or write past the buffer.
+// lines without the sign. The 32-bit image's pixels are counted by its geometry: a
+// biSizeImage of 0 stands for that size, and both ways refuse an image whose non-zero
+// biSizeImage does not cover its pixels, rather than read or write past the buffer.
 #include <kelp/trace.h>
 
 #include <cstring>
@@ -11,6 +12,7 @@
 #include "catchall.h"
 #include "convman.h"
 #include "runtime/kelpos.h"
+#include "stagesize.h"
 
 namespace kelp {
 
@@ -27,9 +29,18 @@ uint32_t AlphaStride(const KXBMINFOHEADER* d) {
     return (uint32_t(d->biWidth) + 3u) & ~3u;
 }
 
-// Width not negative, and biSizeImage covers every 32-bit pixel.
-bool PixelsCovered(const KXBMINFOHEADER* d) {
-    return d->biWidth >= 0 && uint64_t(d->biWidth) * 4u * Lines(d) <= d->biSizeImage;
+// Width not negative, and the buffer at `data` holds every 32-bit pixel: biSizeImage
+// covers them, or is 0 and they can be read. `who` names the caller in the trace.
+bool PixelsCovered(const KXBMINFOHEADER* d, const void* data, const wchar_t* who) {
+    if (d->biWidth < 0) return false;
+    const uint64_t need = GeometryBytes(d); // 4 bytes a pixel, rows need no padding
+    uint32_t bytes = 0;
+    if (!ClaimedBytes(d, need, &bytes)) {
+        dbgPrintf(8, 2, L"CConversionManager::%s: Input of %u bytes, its pixels need %llu!\r\n",
+                  who, d->biSizeImage, static_cast<unsigned long long>(need));
+        return false;
+    }
+    return d->biSizeImage != 0 || CheckBuffer(data, bytes);
 }
 
 } // namespace
@@ -42,7 +53,8 @@ KXRESULT CConversionManager::ExtractAlpha(const KXBMINFOHEADER* desc, const void
         KXRESULT r = ValidateBIH(desc);
         if (KX_FAILED(r)) return r;
         if (desc->biBitCount != 32) return KXE_INVALID;
-        if (!alphaDesc || !alphaData || !allocator || !PixelsCovered(desc)) return KXE_INVALID;
+        if (!alphaDesc || !alphaData || !allocator) return KXE_INVALID;
+        if (!PixelsCovered(desc, data, L"ExtractAlpha")) return KXE_INVALID;
 
         auto* a = static_cast<KXBMINFOHEADER*>(allocator->Allocate(kAlphaDescBytes, 0));
         if (!a) {
@@ -113,7 +125,8 @@ KXRESULT CConversionManager::InsertAlpha(KXBMINFOHEADER* desc, void* data,
             return KXE_INVALID;
         const uint32_t stride = AlphaStride(desc);
         const uint32_t lines = Lines(desc);
-        if (!PixelsCovered(desc) || !os::IsReadable(alphaData, size_t(stride) * lines))
+        if (!PixelsCovered(desc, data, L"InsertAlpha") ||
+            !os::IsReadable(alphaData, size_t(stride) * lines))
             return KXE_INVALID;
 
         const uint32_t width = uint32_t(desc->biWidth);

@@ -1,7 +1,9 @@
 // The alpha stage.
 //
-// The pixel work covers width times height pixels (the height without its sign), and
-// never more than both buffers hold: the smaller of the two records' biSizeImage.
+// The pixel work covers width times height pixels (the height without its sign): the
+// number comes from the geometry, never from biSizeImage. An input that declares 0
+// bytes has all its pixels done; one that declares fewer bytes than its pixels take is
+// refused, and so is an output record whose size cannot hold them.
 #include "alphaconv.h"
 
 #include <kelp/trace.h>
@@ -47,7 +49,7 @@ KXRESULT CAlphaConverter::GetOutputFormat(const KXBMINFOHEADER* in, KXBMINFOHEAD
     return KX_OK;
 }
 
-KXRESULT CAlphaConverter::QueryInput(const KXBMINFOHEADER* desc) {
+KXRESULT CAlphaConverter::QueryInput(KXBMINFOHEADER* desc) {
     if (KX_FAILED(ValidateBIH(desc))) {
         dbgPrintf(8, 31, L"CAlphaConverter::Query: bad output format\r\n");
         return KXE_INVALID;
@@ -55,7 +57,7 @@ KXRESULT CAlphaConverter::QueryInput(const KXBMINFOHEADER* desc) {
     return desc->biBitCount == 32 ? KX_OK : KXE_INVALID;
 }
 
-KXRESULT CAlphaConverter::QueryOutput(const KXBMINFOHEADER* desc) {
+KXRESULT CAlphaConverter::QueryOutput(KXBMINFOHEADER* desc) {
     return QueryInput(desc);
 }
 
@@ -87,6 +89,20 @@ KXRESULT CAlphaConverter::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEAD
     uint32_t localFlags = 0;
     if (!flags) flags = &localFlags;
 
+    // 32-bit rows need no padding: the geometry's bytes are 4 a pixel.
+    const uint64_t need = GeometryBytes(in);
+    uint32_t inSize = 0;
+    if (!ClaimedBytes(in, need, &inSize)) {
+        dbgPrintf(8, 2, L"CAlphaConverter::Convert: Input of %u bytes, its pixels need %llu!\r\n",
+                  in->biSizeImage, static_cast<unsigned long long>(need));
+        return KXE_INVALID;
+    }
+    if ((*flags & KXCONV_KEEP_INPUT) && out->biSizeImage < need) {
+        dbgPrintf(8, 2, L"CAlphaConverter::Convert: Output of %u bytes, its pixels need %llu!\r\n",
+                  out->biSizeImage, static_cast<unsigned long long>(need));
+        return KXE_INVALID;
+    }
+
     void* dst;
     if (*flags & KXCONV_KEEP_INPUT) {
         dst = allocator ? allocator->Allocate(out->biSizeImage, 0) : nullptr;
@@ -101,12 +117,9 @@ KXRESULT CAlphaConverter::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEAD
     }
     *outData = dst;
 
-    // Both buffers hold at least `bytes`.
-    const uint32_t bytes = in->biSizeImage < out->biSizeImage ? in->biSizeImage : out->biSizeImage;
-    const uint64_t lines =
-        in->biHeight < 0 ? 0u - uint64_t(int64_t(in->biHeight)) : uint64_t(in->biHeight);
-    uint64_t pixels = in->biWidth > 0 ? uint64_t(in->biWidth) * lines : 0;
-    if (pixels > bytes / 4) pixels = bytes / 4;
+    // Both buffers hold at least `need` bytes, which fit 32 bits.
+    const uint32_t bytes = uint32_t(need);
+    const uint32_t pixels = bytes / 4;
     const uint8_t* src = static_cast<const uint8_t*>(inData);
     uint8_t* d = static_cast<uint8_t*>(dst);
     const alpharows::Kernels& k = alpharows::Current();

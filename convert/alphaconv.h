@@ -13,8 +13,9 @@ class CAlphaConverter : public CConverter {
 
     KXRESULT GetOutputFormat(const KXBMINFOHEADER* in, KXBMINFOHEADER** out, IAllocator* allocator,
                              const KXBMINFOHEADER* target) override;
-    KXRESULT QueryInput(const KXBMINFOHEADER* desc) override;
-    KXRESULT QueryOutput(const KXBMINFOHEADER* desc) override;
+    KXRESULT QueryInput(KXBMINFOHEADER* desc) override;
+    // The same test as QueryInput; writes nothing.
+    KXRESULT QueryOutput(KXBMINFOHEADER* desc) override;
     // Writes biSizeImage of `out` on success; the cost depends on the pair of alpha
     // states, undoing premultiplication being the dearest.
     KXRESULT Query(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t* flags,

@@ -45,7 +45,9 @@ KXRESULT CConversionManager::BIHToKXBIH(const KXWINBITMAPINFOHEADER* bih, KXBMIN
     try {
         if (!CheckBIHReadable(reinterpret_cast<const KXBMINFOHEADER*>(bih))) return KXE_INVALID;
         // A header shorter than its 40 fixed bytes has nothing to translate.
-        if (bih->biSize < kWinHeaderBytes || !out || !allocator) return KXE_INVALID;
+        if (bih->biSize < kWinHeaderBytes) return KXE_INVALID;
+        // Nowhere to put the result, or nothing to allocate it with: a caught failure.
+        if (!out || !allocator) return KXE_FAIL;
 
         const uint32_t palette =
             ReadablePalette(bih, bih->biSize, PaletteBytes(bih->biBitCount, bih->biClrUsed));
@@ -82,10 +84,11 @@ KXRESULT CConversionManager::BIHToKXBIH(const KXWINBITMAPINFOHEADER* bih, KXBMIN
 KXRESULT CConversionManager::KXBIHToBIH(const KXBMINFOHEADER* kxbih, KXWINBITMAPINFOHEADER** out,
                                         IAllocator* allocator) {
     try {
-        // The record must be readable to be translated at all, and long enough to hold
-        // the words read here.
-        if (!CheckBIHReadable(kxbih)) return KXE_INVALID;
-        if (kxbih->biSize < kWinExtStart || !out || !allocator) return KXE_INVALID;
+        // No readability test of the record comes first, and no trace: a record that
+        // cannot be read, or nowhere to put the result, is a caught failure.
+        if (!kxbih || !os::IsReadable(kxbih, kWinExtStart) || !out || !allocator) return KXE_FAIL;
+        // Too short to hold the words read here.
+        if (kxbih->biSize < kWinExtStart) return KXE_INVALID;
 
         const uint32_t palette = ReadablePalette(kxbih, kxbih->biSize,
                                                  PaletteBytes(kxbih->biBitCount, kxbih->biClrUsed));
@@ -97,6 +100,7 @@ KXRESULT CConversionManager::KXBIHToBIH(const KXBMINFOHEADER* kxbih, KXWINBITMAP
             if (kxbih->biSize < KXBMI_SIZE ||
                 uint64_t(kxbih->bmiExtOffset) + (ext - 4) > kxbih->biSize)
                 return KXE_INVALID;
+            if (!os::IsReadable(kxbih, kxbih->biSize)) return KXE_FAIL;
         }
         const uint64_t total = uint64_t(kWinHeaderBytes) + ext + palette;
         void* block = total > 0xFFFFFFFFu ? nullptr : allocator->Allocate(unsigned(total), 0);

@@ -13,7 +13,7 @@ CConverter::CConverter(const wchar_t* name) {
     m_szName[n] = 0;
 }
 
-KXRESULT CConverter::QueryFormats(const KXBMINFOHEADER* in, const KXBMINFOHEADER* out) {
+KXRESULT CConverter::QueryFormats(KXBMINFOHEADER* in, KXBMINFOHEADER* out) {
     KXRESULT r = QueryInput(in);
     if (KX_FAILED(r)) {
         dbgPrintf(8, 31, L"%s::Query: bad Input format\r\n", m_szName);

@@ -42,7 +42,7 @@ class CConverter : public IConverter, public CKELPHeapObject {
   protected:
     // The first thing every Query does: QueryInput(in), then QueryOutput(out), tracing
     // the side that failed with this stage's name. Gives the failing code, or KX_OK.
-    KXRESULT QueryFormats(const KXBMINFOHEADER* in, const KXBMINFOHEADER* out);
+    KXRESULT QueryFormats(KXBMINFOHEADER* in, KXBMINFOHEADER* out);
 
     wchar_t m_szName[16];
 };

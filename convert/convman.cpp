@@ -46,7 +46,7 @@ KXRESULT CConversionManager::AddConverter(IConverter* converter) {
 
 // ---------------------------------------------------------------- queries
 
-KXRESULT CConversionManager::QueryOneSide(const KXBMINFOHEADER* desc, bool input) {
+KXRESULT CConversionManager::QueryOneSide(KXBMINFOHEADER* desc, bool input) {
     if (!CheckBIHReadable(desc)) return KXE_INVALID;
     if (KX_FAILED(ValidateBIH(desc))) return KXE_INVALID;
     for (IConverter* stage : m_converters) {
@@ -59,11 +59,11 @@ KXRESULT CConversionManager::QueryOneSide(const KXBMINFOHEADER* desc, bool input
     return KXE_INVALID;
 }
 
-KXRESULT CConversionManager::QueryInput(const KXBMINFOHEADER* desc) {
+KXRESULT CConversionManager::QueryInput(KXBMINFOHEADER* desc) {
     return QueryOneSide(desc, true);
 }
 
-KXRESULT CConversionManager::QueryOutput(const KXBMINFOHEADER* desc) {
+KXRESULT CConversionManager::QueryOutput(KXBMINFOHEADER* desc) {
     return QueryOneSide(desc, false);
 }
 

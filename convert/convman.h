@@ -23,8 +23,10 @@ class CConversionManager : public IConversionManager, public CKELPHeapObject {
     uint32_t GetVersion() override { return KXCONV_VERSION; }
     KXRESULT GetOutputFormat(const KXBMINFOHEADER* in, KXBMINFOHEADER** out, IAllocator* allocator,
                              const KXBMINFOHEADER* target) override;
-    KXRESULT QueryInput(const KXBMINFOHEADER* desc) override;
-    KXRESULT QueryOutput(const KXBMINFOHEADER* desc) override;
+    // Asks the stages in order; the first that accepts answers. A stage that accepts an
+    // output may write into the record what it would make of it (its biSizeImage).
+    KXRESULT QueryInput(KXBMINFOHEADER* desc) override;
+    KXRESULT QueryOutput(KXBMINFOHEADER* desc) override;
     KXRESULT Query(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t* flags,
                    int32_t* quality) override;
     KXRESULT Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEADER* out, void** outData,
@@ -56,7 +58,7 @@ class CConversionManager : public IConversionManager, public CKELPHeapObject {
     const std::list<IConverter*>& Converters() const { return m_converters; }
 
   private:
-    KXRESULT QueryOneSide(const KXBMINFOHEADER* desc, bool input);
+    KXRESULT QueryOneSide(KXBMINFOHEADER* desc, bool input);
 
     CDualAllocator m_allocator;
     std::list<IConverter*> m_converters; // in call order; owned by nobody here

@@ -9,6 +9,7 @@
 #include "chainsearch.h"
 #include "convman.h"
 #include "runtime/kelpos.h"
+#include "stagesize.h"
 
 namespace kelp {
 
@@ -133,21 +134,32 @@ KXRESULT CConversionManager::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOH
     if (!CheckBuffer(inData, in->biSizeImage) || KX_FAILED(ValidateBIH(in)) ||
         KX_FAILED(ValidateBIH(out)))
         return KXE_INVALID;
+    // The pixels are sized by the geometry: biSizeImage 0 stands for that size, and a
+    // size that falls short of it is refused before any stage could read past it.
+    const uint64_t need = GeometryBytes(in);
+    uint32_t inSize = 0;
+    if (!ClaimedBytes(in, need, &inSize)) {
+        dbgPrintf(8, 2, L"CConversionManager::Input of %u bytes, its image needs %llu!\r\n",
+                  in->biSizeImage, static_cast<unsigned long long>(need));
+        return KXE_INVALID;
+    }
+    if (in->biSizeImage == 0 && !CheckBuffer(inData, inSize)) return KXE_INVALID;
 
     ConversionRequest request(in, out, flags, quality, &m_converters);
     if (CheckIdentity(request)) {
-        out->biSizeImage = in->biSizeImage;
+        // The output describes the bytes the caller gets: the input's, as many as it has.
+        out->biSizeImage = inSize;
         if ((*flags & KXCONV_KEEP_INPUT) && (*flags & KXCONV_FORCE_COPY)) {
             if (!allocator) return KXE_INVALID;
             void* copy = nullptr;
             try {
-                copy = allocator->Allocate(in->biSizeImage, 0);
+                copy = allocator->Allocate(inSize, 0);
             }
             KELP_CATCH_ALL {
                 copy = nullptr;
             }
             if (!copy) return KXE_OUTOFMEMORY;
-            if (in->biSizeImage) std::memcpy(copy, inData, in->biSizeImage);
+            if (inSize) std::memcpy(copy, inData, inSize);
             *outData = copy;
         } else {
             *outData = inData;

@@ -51,6 +51,10 @@ void CoerceAlpha(const KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t flags) 
     } else if (in->biBitCount == 32 && in->bmiAlpha == KXDIB_ALPHA_OPAQUE && output32) {
         // The output keeps the alpha it asked for: the alpha stage will fill the bytes.
         dbgPrintf(8, 30, L"!!!CConversionManager::Fill invalid alpha!!!\r\n");
+    } else if (in->biBitCount == 32 && in->bmiAlpha == KXDIB_ALPHA_PREMULTIPLIED && output32 &&
+               (out->bmiAlpha == KXDIB_ALPHA_VALID || out->bmiAlpha == KXDIB_ALPHA_OPAQUE)) {
+        // Premultiplied to straight or opaque: the output keeps the alpha it asked for,
+        // so that the alpha stage undoes the premultiplication. Nothing is coerced.
     } else {
         dbgPrintf(8, 30,
                   L"!!!CConversionManager::Output forced to equal ALPHA %d (input has no "

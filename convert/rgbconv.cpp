@@ -2,10 +2,12 @@
 //
 // Rows go from the first in memory to the last, while the line number is below
 // biHeight: a record with a negative height converts no line and reports success. The
-// input strides are those the stages have always used (see InputStride); they can
-// leave a row's last pixels in the next row's bytes, and a last row that reaches past
-// the input's biSizeImage reads zeros there instead of memory that is not the image's.
-// No row is written past the output's biSizeImage.
+// number of rows comes from the geometry, never from biSizeImage: an input that
+// declares 0 bytes has every row read, and one that declares fewer bytes than its rows
+// take is refused. The input strides are those the stages have always used (see
+// InputStride); they can leave a row's last pixels in the next row's bytes, and a last
+// row that reaches past the input's rows reads zeros there instead of memory that is
+// not the image's. No row is written past the output's biSizeImage.
 #include "rgbconv.h"
 
 #include <kelp/trace.h>
@@ -47,13 +49,19 @@ size_t OutputStride(uint16_t outBits, int32_t w) {
     return outBits == 24 ? ((size_t(w) + 1) * 3) & ~size_t(3) : 4 * size_t(w);
 }
 
+// Bytes of the input's rows as the stage reads them, for the lines it converts.
+uint64_t InputNeed(const KXBMINFOHEADER* in, uint16_t outBits) {
+    if (in->biWidth <= 0 || in->biHeight <= 0) return 0;
+    return uint64_t(InputStride(in->biBitCount, in->biWidth, outBits)) * uint64_t(in->biHeight);
+}
+
 // Converts the rows of `in` with `row(src, dst)`, which reads `readBytes` and writes
-// `writeBytes` a row.
+// `writeBytes` a row; the input holds `inSize` bytes.
 template <class Row>
-void ForEachRow(const KXBMINFOHEADER* in, const uint8_t* src, size_t inStride, size_t readBytes,
-                const KXBMINFOHEADER* out, uint8_t* dst, size_t outStride, size_t writeBytes,
-                Row row) {
-    const size_t inSize = in->biSizeImage, outSize = out->biSizeImage;
+void ForEachRow(const KXBMINFOHEADER* in, const uint8_t* src, size_t inSize, size_t inStride,
+                size_t readBytes, const KXBMINFOHEADER* out, uint8_t* dst, size_t outStride,
+                size_t writeBytes, Row row) {
+    const size_t outSize = out->biSizeImage;
     std::vector<uint8_t> padded;
     for (int32_t y = 0; y < in->biHeight; ++y) {
         const size_t o = size_t(y) * outStride, i = size_t(y) * inStride;
@@ -74,9 +82,8 @@ void ForEachRow(const KXBMINFOHEADER* in, const uint8_t* src, size_t inStride, s
 
 KXRESULT CRGBConverterRGB::Query(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t* flags,
                                  int32_t* quality) {
-    KXRESULT r = QueryFormats(in, out);
+    KXRESULT r = QueryFormats(in, out); // QueryOutput writes the output's size
     if (KX_FAILED(r)) return r;
-    out->biSizeImage = StageSizeImage(out);
     const uint32_t f = flags ? *flags : 0;
     if (!SameAlpha(in, out, f) || !SameScan(in, out, f) || !SameFlags(in, out, f) ||
         !SameColorSpace(in, out, f) || !SameGeometry(in, out, f) || !SameRect(in, out, f) ||
@@ -103,17 +110,18 @@ KXRESULT CRGBConverterRGB::ProposeDepth(const KXBMINFOHEADER* in, KXBMINFOHEADER
     return KX_OK;
 }
 
-KXRESULT CRGBConverterRGB::CheckOutput(const KXBMINFOHEADER* desc, const wchar_t* badFormatText) {
+KXRESULT CRGBConverterRGB::CheckOutput(KXBMINFOHEADER* desc, const wchar_t* badFormatText) {
     if (KX_FAILED(ValidateBIH(desc))) {
         dbgPrintf(8, 31, badFormatText);
         return KXE_INVALID;
     }
     if (desc->biBitCount != OutputBits() || desc->biClrUsed != 0) return KXE_INVALID;
+    desc->biSizeImage = StageSizeImage(desc);
     return KX_OK;
 }
 
 KXRESULT CRGBConverterRGB::ConvertRows(const KXBMINFOHEADER* in, const void* inData,
-                                       const KXBMINFOHEADER* out, void* outData) {
+                                       uint32_t inSize, const KXBMINFOHEADER* out, void* outData) {
     const uint16_t bits = in->biBitCount, outBits = OutputBits();
     const int32_t w = in->biWidth;
     const depthrows::Kernels& k = depthrows::Current();
@@ -157,10 +165,10 @@ KXRESULT CRGBConverterRGB::ConvertRows(const KXBMINFOHEADER* in, const void* inD
     const size_t inStride = InputStride(bits, w, outBits);
     const size_t outStride = OutputStride(outBits, out->biWidth);
     if (pal)
-        ForEachRow(in, src, inStride, readBytes, out, dst, outStride, writeBytes,
+        ForEachRow(in, src, inSize, inStride, readBytes, out, dst, outStride, writeBytes,
                    [&](const uint8_t* s, uint8_t* d) { pal(s, d, w, &palette); });
     else
-        ForEachRow(in, src, inStride, readBytes, out, dst, outStride, writeBytes,
+        ForEachRow(in, src, inSize, inStride, readBytes, out, dst, outStride, writeBytes,
                    [&](const uint8_t* s, uint8_t* d) { plain(s, d, w); });
     return KX_OK;
 }
@@ -171,6 +179,13 @@ KXRESULT CRGBConverterRGB::ConvertDepth(const wchar_t* name, KXBMINFOHEADER* in,
     const uint32_t start = os::GetTickCount();
     KXRESULT r = Query(in, out, flags, quality);
     if (KX_FAILED(r)) return r;
+    const uint64_t need = InputNeed(in, OutputBits());
+    uint32_t inSize = 0;
+    if (!ClaimedBytes(in, need, &inSize)) {
+        dbgPrintf(8, 2, L"%s::Convert: Input of %u bytes, its rows need %llu!\r\n", name,
+                  in->biSizeImage, static_cast<unsigned long long>(need));
+        return KXE_INVALID;
+    }
     // Never in place: the output has its own buffer.
     void* buffer = allocator ? allocator->Allocate(out->biSizeImage, 0) : nullptr;
     if (!buffer) {
@@ -189,7 +204,7 @@ KXRESULT CRGBConverterRGB::ConvertDepth(const wchar_t* name, KXBMINFOHEADER* in,
         if (in->biWidth % 4 == 0) done = ConvertGlim(in, inData, out, buffer) == 0;
     }
     if (!done) {
-        r = ConvertRows(in, inData, out, buffer);
+        r = ConvertRows(in, inData, inSize, out, buffer);
         if (KX_FAILED(r)) return r; // the buffer stays with the caller
     }
     dbgPrintf(8, 14, L"%s: used %d ms\n", name, int(os::GetTickCount() - start));
@@ -203,7 +218,7 @@ KXRESULT CRGBConverterRGB32::GetOutputFormat(const KXBMINFOHEADER* in, KXBMINFOH
     return ProposeDepth(in, out, allocator, target);
 }
 
-KXRESULT CRGBConverterRGB32::QueryInput(const KXBMINFOHEADER* desc) {
+KXRESULT CRGBConverterRGB32::QueryInput(KXBMINFOHEADER* desc) {
     if (KX_FAILED(ValidateBIH(desc))) {
         dbgPrintf(8, 31, L"CRGBConverterRGB32::QueryInput: bad format\r\n");
         return KXE_INVALID;
@@ -223,7 +238,7 @@ KXRESULT CRGBConverterRGB32::QueryInput(const KXBMINFOHEADER* desc) {
     }
 }
 
-KXRESULT CRGBConverterRGB32::QueryOutput(const KXBMINFOHEADER* desc) {
+KXRESULT CRGBConverterRGB32::QueryOutput(KXBMINFOHEADER* desc) {
     return CheckOutput(desc, L"CRGBConverterRGB32::Query: bad output format\r\n");
 }
 
@@ -240,7 +255,7 @@ KXRESULT CRGBConverterRGB24::GetOutputFormat(const KXBMINFOHEADER* in, KXBMINFOH
     return ProposeDepth(in, out, allocator, target);
 }
 
-KXRESULT CRGBConverterRGB24::QueryInput(const KXBMINFOHEADER* desc) {
+KXRESULT CRGBConverterRGB24::QueryInput(KXBMINFOHEADER* desc) {
     if (KX_FAILED(ValidateBIH(desc))) {
         dbgPrintf(8, 31, L"CRGBConverterRGB24::QueryInput: bad format\r\n");
         return KXE_INVALID;
@@ -260,7 +275,7 @@ KXRESULT CRGBConverterRGB24::QueryInput(const KXBMINFOHEADER* desc) {
     }
 }
 
-KXRESULT CRGBConverterRGB24::QueryOutput(const KXBMINFOHEADER* desc) {
+KXRESULT CRGBConverterRGB24::QueryOutput(KXBMINFOHEADER* desc) {
     return CheckOutput(desc, L"CRGBConverterRGB24::QueryOutput: bad format\r\n");
 }
 

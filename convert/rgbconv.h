@@ -13,19 +13,20 @@ class CRGBConverterRGB : public CConverter {
     explicit CRGBConverterRGB(const wchar_t* name) : CConverter(name) {}
 
     // The two formats must agree in everything but the depth, and differ in that. The
-    // output's biSizeImage is written as soon as QueryOutput has accepted it, whatever
-    // the rest of the answer (QueryOutput itself cannot write: the record is const
-    // there). Clears KXCONV_OUT_SHARED and adds biSizeImage of `in` / 100000.
+    // output's biSizeImage is written by QueryOutput as soon as it accepts the output,
+    // whatever the rest of the answer. Clears KXCONV_OUT_SHARED and adds biSizeImage of
+    // `in` / 100000.
     KXRESULT Query(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t* flags,
                    int32_t* quality) override;
 
   protected:
     // The depth this stage writes: 24 or 32.
     virtual uint16_t OutputBits() const = 0;
-    // Runs the pixel loop of `in`'s depth into the buffer at outData. KXE_INVALID for a
-    // depth the stage has no loop for, or a colour table it cannot read.
-    KXRESULT ConvertRows(const KXBMINFOHEADER* in, const void* inData, const KXBMINFOHEADER* out,
-                         void* outData);
+    // Runs the pixel loop of `in`'s depth into the buffer at outData, reading no more
+    // than `inSize` bytes of inData. KXE_INVALID for a depth the stage has no loop for,
+    // or a colour table it cannot read.
+    KXRESULT ConvertRows(const KXBMINFOHEADER* in, const void* inData, uint32_t inSize,
+                         const KXBMINFOHEADER* out, void* outData);
     // The shared body of Convert; `name` is the class's name in its traces.
     KXRESULT ConvertDepth(const wchar_t* name, KXBMINFOHEADER* in, void* inData,
                           KXBMINFOHEADER* out, void** outData, uint32_t* flags, int32_t* quality,
@@ -33,8 +34,9 @@ class CRGBConverterRGB : public CConverter {
     // The proposal: `in` with the depth of this stage, no colour table and its size.
     KXRESULT ProposeDepth(const KXBMINFOHEADER* in, KXBMINFOHEADER** out, IAllocator* allocator,
                           const KXBMINFOHEADER* target);
-    // Whether the record is of this stage's output depth with no colour table.
-    KXRESULT CheckOutput(const KXBMINFOHEADER* desc, const wchar_t* badFormatText);
+    // Whether the record is of this stage's output depth with no colour table; if so,
+    // its biSizeImage := the size this stage gives it.
+    KXRESULT CheckOutput(KXBMINFOHEADER* desc, const wchar_t* badFormatText);
 };
 
 class CRGBConverterRGB32 : public CRGBConverterRGB {
@@ -42,8 +44,8 @@ class CRGBConverterRGB32 : public CRGBConverterRGB {
     CRGBConverterRGB32() : CRGBConverterRGB(L"nBit to 32bit") {}
     KXRESULT GetOutputFormat(const KXBMINFOHEADER* in, KXBMINFOHEADER** out, IAllocator* allocator,
                              const KXBMINFOHEADER* target) override;
-    KXRESULT QueryInput(const KXBMINFOHEADER* desc) override;
-    KXRESULT QueryOutput(const KXBMINFOHEADER* desc) override;
+    KXRESULT QueryInput(KXBMINFOHEADER* desc) override;
+    KXRESULT QueryOutput(KXBMINFOHEADER* desc) override;
     KXRESULT Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEADER* out, void** outData,
                      uint32_t* flags, int32_t* quality, IAllocator* allocator) override;
 
@@ -56,8 +58,8 @@ class CRGBConverterRGB24 : public CRGBConverterRGB {
     CRGBConverterRGB24() : CRGBConverterRGB(L"nBit to 24bit") {}
     KXRESULT GetOutputFormat(const KXBMINFOHEADER* in, KXBMINFOHEADER** out, IAllocator* allocator,
                              const KXBMINFOHEADER* target) override;
-    KXRESULT QueryInput(const KXBMINFOHEADER* desc) override;
-    KXRESULT QueryOutput(const KXBMINFOHEADER* desc) override;
+    KXRESULT QueryInput(KXBMINFOHEADER* desc) override;
+    KXRESULT QueryOutput(KXBMINFOHEADER* desc) override;
     KXRESULT Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEADER* out, void** outData,
                      uint32_t* flags, int32_t* quality, IAllocator* allocator) override;
 

@@ -40,7 +40,8 @@ void StoreModuleIdentity() {
     std::wstring file;
     // Any address inside this library names it.
     if (!os::ModuleFileOf(reinterpret_cast<const void*>(&StoreModuleIdentity), &file)) return;
-    g_module = reinterpret_cast<KXMODULE>(&g_attached);
+    // The loader's own handle of this library, which GetSymbol (dlsym) accepts.
+    g_module = os::ModuleHandleOf(reinterpret_cast<const void*>(&StoreModuleIdentity));
     g_moduleFile = new std::wstring(file);
     g_modulePath = new std::wstring(os::RemoveFileName(file));
 }

@@ -56,6 +56,11 @@ bool FreeModule(KXMODULE module);
 std::string LastModuleError();
 // The full path of the shared object (or program) that holds `address`.
 bool ModuleFileOf(const void* address, std::wstring* path);
+// The handle of the loaded shared object (or program) that holds `address`, as
+// LoadModule gives it and GetSymbol takes it, without a reference of its own: it stays
+// valid while that object is loaded and must not be given to FreeModule. Null if no
+// loaded object holds the address.
+KXMODULE ModuleHandleOf(const void* address);
 // `path` without its file name, keeping the trailing '/'.
 std::wstring RemoveFileName(const std::wstring& path);
 
@@ -70,7 +75,7 @@ bool FileExists(const std::wstring& path);
 
 // ---- Locks, events, threads, thread-local slots
 class CriticalSection {
-public:
+  public:
     CriticalSection();
     ~CriticalSection();
     CriticalSection(const CriticalSection&) = delete;
@@ -80,12 +85,12 @@ public:
     void Leave();
     uint32_t Contention() const;
 
-private:
+  private:
     alignas(16) unsigned char m_storage[64];
 };
 
 class Event {
-public:
+  public:
     explicit Event(bool manualReset);
     ~Event();
     Event(const Event&) = delete;
@@ -94,7 +99,7 @@ public:
     void Reset();
     bool Wait(uint32_t ms); // true if signalled, false on time-out
 
-private:
+  private:
     alignas(16) unsigned char m_storage[128];
 };
 

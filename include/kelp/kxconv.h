@@ -59,8 +59,11 @@ class KELP_API IConverter {
     // this stage would yield on the way there: a record allocated through `allocator`.
     virtual KXRESULT GetOutputFormat(const KXBMINFOHEADER* in, KXBMINFOHEADER** out,
                                      IAllocator* allocator, const KXBMINFOHEADER* target) = 0;
-    virtual KXRESULT QueryInput(const KXBMINFOHEADER* desc) = 0;
-    virtual KXRESULT QueryOutput(const KXBMINFOHEADER* desc) = 0;
+    // Can this stage read, or write, the format of `desc`? A stage may write into the
+    // record what it would make of it: the depth stages write biSizeImage of a format
+    // they can produce.
+    virtual KXRESULT QueryInput(KXBMINFOHEADER* desc) = 0;
+    virtual KXRESULT QueryOutput(KXBMINFOHEADER* desc) = 0;
     // Can this stage go from exactly `in` to exactly `out`? Adds its cost to *quality.
     virtual KXRESULT Query(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t* flags,
                            int32_t* quality) = 0;

@@ -153,18 +153,3 @@ TEST(AlphaStage, AllocationFailureWhenKeepingTheInput) {
               std::vector<std::wstring>{L"CAlphaConverter::Convert: Allocation of 16 bytes "
                                         L"Failed!\r\n"});
 }
-
-TEST(AlphaStage, WorkStaysWithinTheSmallerBuffer) {
-    // The input says it holds one pixel less than its size: the last is left alone.
-    CAlphaConverter s;
-    KXBMINFOHEADERYUV in = Rgba(2, 2, 1), out = Rgba(2, 2, 0);
-    kelptest::GuardedBuffer buf(12);
-    memset(buf.data(), 0, 12);
-    in.bmi.biSizeImage = 12;
-    void* outData = nullptr;
-    uint32_t flags = 0;
-    int32_t q = 0;
-    TrackingAllocator a;
-    ASSERT_EQ(s.Convert(&in.bmi, buf.data(), &out.bmi, &outData, &flags, &q, &a), KX_OK);
-    EXPECT_EQ(buf.data()[11], 255);
-}

@@ -148,3 +148,42 @@ TEST(ChainRun, QueryReportsTheChainsCostAndTheOutputSize) {
     EXPECT_EQ(out.bmi.biSizeImage, 2160u * 576u);
     EXPECT_EQ(out.bmi.bmiAlpha, KXDIB_ALPHA_VALID);
 }
+
+TEST(ChainRun, PremultipliedToStraightOrOpaqueUndoesThePremultiplication) {
+    // The output keeps the alpha it asked for and the alpha stage divides every colour
+    // by its alpha: an alpha of 0 reads and comes out as 1, and a colour above its
+    // alpha wraps around in its low byte.
+    const std::vector<uint8_t> premultiplied = {78,  39, 20,  100, 10, 20, 30, 255,
+                                                250, 40, 240, 128, 5,  6,  7,  0};
+    const std::vector<uint8_t> straight = {198, 99, 51,  100, 10,  20,  30,  255,
+                                           242, 79, 222, 128, 251, 250, 249, 1};
+    for (uint32_t asked : {KXDIB_ALPHA_VALID, KXDIB_ALPHA_OPAQUE}) {
+        for (bool keep : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "alpha " << asked << " keep " << keep);
+            Manager m;
+            KXBMINFOHEADERYUV in = MakeRgb(2, 2, 32), out = MakeRgb(2, 2, 32);
+            in.bmi.bmiAlpha = KXDIB_ALPHA_PREMULTIPLIED;
+            out.bmi.bmiAlpha = asked;
+            std::vector<uint8_t> pixels = premultiplied;
+            TrackingAllocator caller;
+            void* outData = nullptr;
+            uint32_t flags = keep ? KXCONV_KEEP_INPUT : 0;
+            int32_t quality = 0;
+            ASSERT_EQ(m.cm->Convert(&in.bmi, pixels.data(), &out.bmi, &outData, &flags, &quality,
+                                    &caller),
+                      KX_OK);
+            EXPECT_EQ(out.bmi.bmiAlpha, asked);
+            EXPECT_EQ(flags & KXCONV_OUT_IDENTITY, 0u);
+            const uint8_t* o = static_cast<const uint8_t*>(outData);
+            EXPECT_EQ(std::vector<uint8_t>(o, o + 16), straight);
+            if (keep) {
+                EXPECT_TRUE(caller.Owns(outData));
+                EXPECT_EQ(pixels, premultiplied);
+                caller.Free(outData);
+            } else {
+                EXPECT_EQ(outData, pixels.data());
+                EXPECT_TRUE(flags & KXCONV_OUT_SHARED);
+            }
+        }
+    }
+}

@@ -28,10 +28,10 @@ class StepStage : public kelp::CConverter {
         *out = f;
         return KX_OK;
     }
-    KXRESULT QueryInput(const KXBMINFOHEADER* d) override {
+    KXRESULT QueryInput(KXBMINFOHEADER* d) override {
         return m_from < 0 || d->biXPelsPerMeter == m_from ? KX_OK : KXE_INVALID;
     }
-    KXRESULT QueryOutput(const KXBMINFOHEADER*) override { return KX_OK; }
+    KXRESULT QueryOutput(KXBMINFOHEADER*) override { return KX_OK; }
     KXRESULT Query(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t*, int32_t* q) override {
         ++queries;
         if (throwInQuery) throw std::runtime_error("stage");

@@ -5,8 +5,10 @@
 
 #include <kelp/kelp.h>
 
+#include "convert/alphaconv.h"
 #include "convert/convman.h"
 #include "convert/registry.h"
+#include "convert/rgbconv.h"
 #include "fakestage.h"
 #include "kxbihtest.h"
 
@@ -232,6 +234,37 @@ TEST(ConversionManager, QueryInputAndOutputAskTheStagesInOrder) {
     EXPECT_EQ(m.cm->QueryOutput(nullptr), KXE_INVALID);
     EXPECT_EQ(kelptest::Lines8(2),
               std::vector<std::wstring>{L"CConversionManager::Invalid BIH!\n"});
+}
+
+TEST(ConversionManager, QueryOutputLeavesTheSizeTheAcceptingStageGives) {
+    // A stale biSizeImage in the record asked about: a depth stage that can write the
+    // format writes the size it would give it, through the manager as well as directly.
+    // Input queries and the alpha stage's output query write nothing.
+    Manager m;
+    CRGBConverterRGB32 to32;
+    CRGBConverterRGB24 to24;
+    CAlphaConverter alpha;
+    struct Case {
+        const char* what;
+        IConverter* asked;
+        bool output;
+        uint16_t bits;
+        uint32_t size; // afterwards
+    } cases[] = {
+        {"manager, 24-bit output", m.cm, true, 24, 16 * 3},
+        {"manager, 32-bit output", m.cm, true, 32, 20 * 3},
+        {"manager, input", m.cm, false, 24, 7},
+        {"depth stage, output", &to24, true, 24, 16 * 3},
+        {"depth stage, input", &to32, false, 24, 7},
+        {"alpha stage, output", &alpha, true, 32, 7},
+    };
+    for (const Case& c : cases) {
+        KXBMINFOHEADERYUV r = MakeRgb(5, 3, c.bits);
+        r.bmi.biSizeImage = 7;
+        KXRESULT result = c.output ? c.asked->QueryOutput(&r.bmi) : c.asked->QueryInput(&r.bmi);
+        EXPECT_EQ(result, KX_OK) << c.what;
+        EXPECT_EQ(r.bmi.biSizeImage, c.size) << c.what;
+    }
 }
 
 TEST(Converter, NameIsCutTo15AndQueryTracesTheBadSide) {

@@ -36,11 +36,11 @@ class FakeStage : public kelp::CConverter {
         *out = f;
         return KX_OK;
     }
-    KXRESULT QueryInput(const KXBMINFOHEADER*) override {
+    KXRESULT QueryInput(KXBMINFOHEADER*) override {
         if (m_b.throwInQuery) throw std::runtime_error("query");
         return m_b.acceptInput ? KX_OK : KXE_INVALID;
     }
-    KXRESULT QueryOutput(const KXBMINFOHEADER*) override {
+    KXRESULT QueryOutput(KXBMINFOHEADER*) override {
         if (m_b.throwInQuery) throw 42;
         return m_b.acceptInput ? KX_OK : KXE_INVALID;
     }

@@ -104,7 +104,12 @@ TEST(CheckIdentity, AlphaRules) {
          true,
          1,
          {L"!!!CConversionManager::Fill invalid alpha!!!\r\n"}},
-        {"premultiplied input takes the other way", 32, 2, 32, 0, 0, true, 2, {Text(kNoAlpha, 2)}},
+        // Premultiplied to straight or opaque keeps the output as asked, untraced, so
+        // that the alpha stage undoes the premultiplication.
+        {"premultiplied to straight", 32, 2, 32, 0, 0, false, 0, {}},
+        {"premultiplied to opaque", 32, 2, 32, 1, 0, false, 1, {}},
+        {"premultiplied to premultiplied", 32, 2, 32, 2, 0, true, 2, {Text(kNoAlpha, 2)}},
+        {"premultiplied to 24 bits", 32, 2, 24, 0, 0, false, 2, {Text(kNoAlpha, 2)}},
         {"24-bit input to 32 bits", 24, 0, 32, 0, 0, false, 0, {Text(kNoAlpha, 0)}},
         {"24-bit input with a stray alpha", 24, 1, 24, 0, 0, true, 1, {Text(kNoAlpha, 1)}},
         {"opaque 32 bits to 24 bits", 32, 1, 24, 0, 0, false, 1, {Text(kNoAlpha, 1)}},

@@ -7,6 +7,7 @@
 #include <kelp/kelp.h>
 
 #include "kxbihtest.h"
+#include "rgbconv_guard.h"
 
 using namespace kelp;
 using kelptest::TrackingAllocator;
@@ -172,10 +173,25 @@ TEST(Translate, FailuresAndTheirTraces) {
     KXBMINFOHEADER* kx = nullptr;
     KXWINBITMAPINFOHEADER* win = nullptr;
     kelptest::SinkClear();
+    // To the full record the header's readability is tested first, with its trace; back
+    // to the Windows form there is no such test, and a record that cannot be read, like
+    // nowhere to put the result, is a caught failure.
     EXPECT_EQ(m.cm->BIHToKXBIH(nullptr, &kx, &a), KXE_INVALID);
-    EXPECT_EQ(m.cm->KXBIHToBIH(nullptr, &win, &a), KXE_INVALID);
     EXPECT_EQ(kelptest::Lines8(2),
-              std::vector<std::wstring>(2, L"CConversionManager::Invalid BIH!\n"));
+              std::vector<std::wstring>{L"CConversionManager::Invalid BIH!\n"});
+    kelptest::SinkClear();
+    kelptest::GuardedBuffer page(16); // the unreadable page begins right behind it
+    auto* unreadable = reinterpret_cast<KXBMINFOHEADER*>(page.data() + page.size());
+    KXBMINFOHEADERYUV rgb = kelptest::MakeRgb(4, 4, 32);
+    auto winSrc = WinHeader(40, 24, 0, 0);
+    auto* winHeader = reinterpret_cast<KXWINBITMAPINFOHEADER*>(winSrc.data());
+    EXPECT_EQ(m.cm->KXBIHToBIH(nullptr, &win, &a), KXE_FAIL);
+    EXPECT_EQ(m.cm->KXBIHToBIH(unreadable, &win, &a), KXE_FAIL);
+    EXPECT_EQ(m.cm->KXBIHToBIH(&rgb.bmi, nullptr, &a), KXE_FAIL);
+    EXPECT_EQ(m.cm->KXBIHToBIH(&rgb.bmi, &win, nullptr), KXE_FAIL);
+    EXPECT_EQ(m.cm->BIHToKXBIH(winHeader, nullptr, &a), KXE_FAIL);
+    EXPECT_EQ(m.cm->BIHToKXBIH(winHeader, &kx, nullptr), KXE_FAIL);
+    EXPECT_TRUE(kelptest::Lines8(2).empty());
     // A header shorter than its fixed part, and an extension offset beyond the record.
     auto shortHeader = WinHeader(40, 24, 0, 0);
     reinterpret_cast<KXWINBITMAPINFOHEADER*>(shortHeader.data())->biSize = 20;
