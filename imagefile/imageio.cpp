@@ -109,23 +109,13 @@ int32_t ClampSide(uint32_t v) {
 // The caller's image as a bitmap to save: uncompressed RGB of 1 to 32 bits, rows as the
 // alignment of the record says, a colour table behind the record below 16 bits.
 bool ViewOf(const KXBMINFOHEADER* d, const void* pixels, const Limits& limits, Bitmap* view) {
-    const uint32_t bits = d->biBitCount;
-    if (d->biSize < 40 || d->biCompression != KXBI_RGB || d->biPlanes != 1 ||
-        (bits != 1 && bits != 4 && bits != 8 && bits != 16 && bits != 24 && bits != 32) ||
-        d->biHeight == INT32_MIN)
-        return false;
-    const int32_t h = d->biHeight < 0 ? -d->biHeight : d->biHeight;
-    if (!SizeAllowed(d->biWidth, h, limits)) return false;
-    const uint32_t natural = uint32_t((uint64_t(d->biWidth) * bits + 7) / 8);
-    const int32_t align = d->biSize >= 112 ? DIBAlignment(d) : 4;
     uint64_t stride;
-    if (align == 4)
-        stride = RowBytes(d->biWidth, bits);
-    else if (align > 0)
-        stride = (uint64_t(natural) + uint32_t(align) - 1) / uint32_t(align) * uint32_t(align);
-    else
-        return false;
+    int32_t h;
+    if (!RgbRows(d, limits, &stride, &h)) return false;
+    // A record that claims fewer bytes than its rows need is refused; without a claim the
+    // rows are taken as the record describes them.
     if (d->biSizeImage && d->biSizeImage < stride * uint64_t(h)) return false;
+    const uint32_t bits = d->biBitCount;
     view->View(d->biWidth, h, bits, uint32_t(stride), d->biHeight < 0,
                static_cast<unsigned char*>(const_cast<void*>(pixels)));
     if (bits <= 8) {
@@ -143,11 +133,20 @@ bool ViewOf(const KXBMINFOHEADER* d, const void* pixels, const Limits& limits, B
     return true;
 }
 
-// Bytes of pixel data of an uncompressed record, as written to a file.
+// Bytes of pixel data of a record, as written to a file: what it claims, or for an RGB
+// record that claims nothing, what its rows take.
 uint32_t PixelBytesOf(const KXBMINFOHEADER* d) {
     if (d->biSizeImage) return d->biSizeImage;
+    uint64_t stride;
+    int32_t rows;
+    if (RgbRows(d, Limits(), &stride, &rows)) return uint32_t(stride * uint64_t(rows));
     const int32_t size = DIBSize(d);
     return size < 0 ? 0u - uint32_t(size) : uint32_t(size);
+}
+
+// Whether the caller's pixels hold the picture the record describes.
+bool PixelsAgree(const KXBMINFOHEADER* d, const Limits& limits) {
+    return d->biSize >= 40 && RecordMatchesPixels(d, d->biSize, PixelBytesOf(d), limits);
 }
 
 } // namespace
@@ -295,6 +294,11 @@ KXRESULT CImageIO::InfoFile(const wchar_t* path, KXBMINFOHEADER** desc, IAllocat
         return KXE_IMAGEFILE;
     }
     if (file.info.format == kFormatRefused) return KXE_IMAGEFILE;
+    // The limit that loading applies: a picture that cannot be loaded is not described.
+    if (!SizeAllowed(file.info.width, file.info.height, m_limits)) {
+        TraceOpen(path);
+        return KXE_IMAGEFILE;
+    }
     // A caller that only checks the file may pass no allocator.
     Record rec(allocator ? allocator : desc ? nullptr : GetCppAllocator());
     KXBMINFOHEADER* d = rec.Make(KXBMI_SIZE);
@@ -339,6 +343,10 @@ KXRESULT CImageIO::InfoBsi(const wchar_t* path, KXBMINFOHEADER** desc, IAllocato
     }
     d->biSize = s;
     BsiSettleExtension(d, s);
+    if (!BsiPixelsPresent(d, s, size, m_limits)) {
+        TraceRead(path);
+        return KXE_IMAGEFILE;
+    }
     TraceRecord(path, d);
     rec.Give(desc);
     return KX_OK;
@@ -499,9 +507,10 @@ KXRESULT CImageIO::LoadBsi(const wchar_t* path, KXBMINFOHEADER* desc, void** pix
     }
     rec->biSize = s;
     BsiSettleExtension(rec, s);
-    // The pixels must be in the file before any memory is taken for them.
+    // The pixels must be in the file, and be the picture the record describes, before
+    // any memory is taken for them.
     const uint32_t bytes = rec->biSizeImage;
-    if (bytes > size - s) {
+    if (!BsiPixelsPresent(rec, s, size, m_limits)) {
         TraceRead(path);
         return KXE_IMAGEFILE;
     }
@@ -565,17 +574,27 @@ KXRESULT CImageIO::SaveFile(const wchar_t* path, const std::wstring& ext,
 
 KXRESULT CImageIO::SaveBmp(const wchar_t* path, const KXBMINFOHEADER* desc, const void* pixels,
                            const ImageSaveOptions* options) {
-    KXBMINFOHEADERYUV in, out;
+    // The pixels must hold the picture the record describes, flattened or not: a record
+    // that claims a larger picture than its bytes would make a file that lies about its
+    // size, or make the conversion read past the pixels.
+    if (!PixelsAgree(desc, m_limits)) {
+        TraceWrite(path);
+        return KXE_IMAGEFILE;
+    }
+    KXBMINFOHEADERYUV out;
     CSingleAllocator local; // ends with this call, and frees the flattened pixels
     if (options && (options->dwFlags & IMAGESAVE_FLATTEN24)) {
-        // Flattened to uncompressed 24 bits by the conversion manager first.
-        std::memset(&in, 0, sizeof in);
+        // Flattened to uncompressed 24 bits by the conversion manager first. The input is
+        // the caller's own record, so that a colour table behind it goes along; the output
+        // is a copy of it at 24 bits, which has no table.
+        std::memset(&out, 0, sizeof out);
         const uint32_t n = std::min<uint32_t>(desc->biSize, KXBMI_SIZE_YUV);
-        std::memcpy(&in, desc, n);
-        in.bmi.biSize = n;
-        out = in;
+        std::memcpy(&out, desc, n);
+        out.bmi.biSize = n;
         out.bmi.biCompression = KXBI_RGB;
         out.bmi.biBitCount = 24;
+        out.bmi.biClrUsed = 0;
+        out.bmi.biClrImportant = 0;
         IConversionManager* cm = KXCONVCreateConversionManager();
         if (!cm) {
             TraceWrite(path);
@@ -585,10 +604,10 @@ KXRESULT CImageIO::SaveBmp(const wchar_t* path, const KXBMINFOHEADER* desc, cons
         void* flat = nullptr;
         uint32_t flags = KXCONV_KEEP_INPUT;
         int32_t quality = 0;
-        const KXRESULT r = cm->Convert(&in.bmi, const_cast<void*>(pixels), &out.bmi, &flat, &flags,
-                                       &quality, &local);
+        const KXRESULT r = cm->Convert(const_cast<KXBMINFOHEADER*>(desc), const_cast<void*>(pixels),
+                                       &out.bmi, &flat, &flags, &quality, &local);
         cm->Release();
-        if (KX_FAILED(r) || !flat) {
+        if (KX_FAILED(r) || !flat || !PixelsAgree(&out.bmi, m_limits)) {
             TraceWrite(path);
             return KXE_IMAGEFILE;
         }
@@ -648,10 +667,13 @@ KXRESULT GetImageFileDetails(const wchar_t* path, KXIMAGEFILEDETAILS* details) {
             imgfile::FileData data;
             if (!data.Read(path)) return KXE_IMAGEFILE;
             const imgfile::Bytes b = data.Get();
-            KXBMINFOHEADER rec;
-            std::memset(static_cast<void*>(&rec), 0, sizeof rec);
-            std::memcpy(&rec, b.data, std::min(b.size, sizeof rec));
-            if (!imgfile::BsiRecordAllowed(rec.biSize, b.size)) return KXE_IMAGEFILE;
+            KXBMINFOHEADERYUV full;
+            std::memset(static_cast<void*>(&full), 0, sizeof full);
+            std::memcpy(&full, b.data, std::min(b.size, sizeof full));
+            const KXBMINFOHEADER& rec = full.bmi;
+            if (!imgfile::BsiRecordAllowed(rec.biSize, b.size) ||
+                !imgfile::BsiPixelsPresent(&rec, rec.biSize, b.size))
+                return KXE_IMAGEFILE;
             details->nWidth = rec.biWidth;
             details->nHeight = rec.biHeight;
             details->dwBitCount = rec.biBitCount;
