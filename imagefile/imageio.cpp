@@ -165,21 +165,44 @@ std::wstring ExtensionOf(const wchar_t* path) {
     return ext;
 }
 
-FileData::~FileData() {
+FileBuffer::~FileBuffer() {
     if (m_data) GetDualAllocator()->Free(m_data);
 }
 
-bool FileData::Read(const wchar_t* path) {
-    if (!path) return false;
-    File f(os::OpenFileRead(path));
-    uint64_t size = 0;
+bool FileBuffer::Reserve(size_t size, size_t keep) {
+    if (size <= m_capacity) return true;
+    if (size >= (size_t(1) << 31)) return false;
+    unsigned char* p = static_cast<unsigned char*>(GetDualAllocator()->Allocate(unsigned(size), 0));
+    if (!p) return false;
+    if (keep) std::memcpy(p, m_data, keep);
+    if (m_data) GetDualAllocator()->Free(m_data);
+    m_data = p;
+    m_capacity = size;
+    return true;
+}
+
+FileData::~FileData() {
+    if (m_file) os::CloseFile(m_file);
+}
+
+bool FileData::Open(const wchar_t* path) {
+    if (!path || m_file) return false;
+    m_file = os::OpenFileRead(path);
     // Files beyond 2 GiB are no still images this library can hold.
-    if (!f.get() || !os::GetFileSize(f.get(), &size) || size == 0 || size >= (uint64_t(1) << 31))
+    return m_file && os::GetFileSize(m_file, &m_fileSize) && m_fileSize != 0 &&
+           m_fileSize < (uint64_t(1) << 31);
+}
+
+bool FileData::ReadTo(uint64_t bytes) {
+    const size_t want = size_t(std::min(bytes, m_fileSize));
+    if (want <= m_have) return true;
+    if (!m_file || !m_buffer->Reserve(want, m_have)) return false;
+    size_t done = 0;
+    if (!os::ReadFile(m_file, m_buffer->Data() + m_have, want - m_have, &done) ||
+        done != want - m_have)
         return false;
-    m_data = static_cast<unsigned char*>(GetDualAllocator()->Allocate(unsigned(size), 0));
-    if (!m_data) return false;
-    m_size = size_t(size);
-    return f.ReadExact(m_data, m_size);
+    m_have = want;
+    return true;
 }
 
 Limits LimitsFromSettings() {
@@ -191,13 +214,40 @@ Limits LimitsFromSettings() {
     return limits;
 }
 
-int32_t ReadFileInfo(const wchar_t* path, int32_t width, int32_t height, OpenedFile* file) {
-    if (!file->data.Read(path)) return -1;
-    const Bytes bytes = file->data.Get();
-    file->backend = FindBackend(bytes, ExtensionOf(path).c_str());
-    if (!file->backend) return -1;
+namespace {
+
+// The file's backend and its information, from as much of the file as they need: the
+// first bytes, more where the backend asks for them, and the whole file where the first
+// bytes do not tell.
+bool Identify(const wchar_t* path, OpenedFile* file, FileInfo* info) {
+    FileData& d = file->data;
+    const std::wstring ext = ExtensionOf(path);
+    for (;;) {
+        file->backend = FindBackend(d.Get(), ext.c_str());
+        if (file->backend) {
+            uint64_t need = file->backend->InfoBytes(d.Get(), d.FileSize());
+            while (need > d.Get().size && !d.Whole()) {
+                // At least twice as much each time, so that a long run of segments is
+                // read in a few steps.
+                if (!d.ReadTo(std::max<uint64_t>(need, 2 * uint64_t(d.Get().size)))) return false;
+                need = file->backend->InfoBytes(d.Get(), d.FileSize());
+            }
+            *info = FileInfo();
+            if (KX_SUCCEEDED(file->backend->Info(d.Get(), 0, info))) return true;
+        }
+        if (d.Whole() || !d.ReadAll()) return false;
+    }
+}
+
+} // namespace
+
+int32_t ReadFileInfo(const wchar_t* path, int32_t width, int32_t height, bool whole,
+                     OpenedFile* file) {
+    if (!file->data.Open(path) || !file->data.ReadTo(whole ? file->data.FileSize() : kHeadBytes))
+        return -1;
     FileInfo info;
-    if (KX_FAILED(file->backend->Info(bytes, 0, &info))) return -1;
+    if (!Identify(path, file, &info)) return -1;
+    const Bytes bytes = file->data.Get();
     file->info = info;
     file->resolution = 0;
     if (info.format != kFormatMetafile) return 1;
@@ -286,8 +336,8 @@ class Record {
 
 KXRESULT CImageIO::InfoFile(const wchar_t* path, KXBMINFOHEADER** desc, IAllocator* allocator) {
     const uint32_t start = os::GetTickCount();
-    OpenedFile file;
-    const int32_t r = ReadFileInfo(path, 0, 0, &file);
+    OpenedFile file(&m_buffer);
+    const int32_t r = ReadFileInfo(path, 0, 0, false, &file);
     dbgPrintf(8, 14, L"\rCImageIO::LoadImage::L_FileInfo: %d ms\n\r", Elapsed(start));
     if (r != 1) {
         TraceOpen(path);
@@ -375,8 +425,8 @@ KXRESULT CImageIO::LoadFile(const wchar_t* path, KXBMINFOHEADER* desc, void** pi
     const int32_t wantW = options ? ClampSide(options->nWidth) : 0;
     const int32_t wantH = options ? ClampSide(options->nHeight) : 0;
     uint32_t start = os::GetTickCount();
-    OpenedFile file;
-    const int32_t r = ReadFileInfo(path, wantW, wantH, &file);
+    OpenedFile file(&m_buffer);
+    const int32_t r = ReadFileInfo(path, wantW, wantH, true, &file);
     dbgPrintf(8, 14, L"\rCImageIO::LoadImage::L_FileInfo: %d ms\n\r", Elapsed(start));
     if (r != 1 || file.info.format == kFormatRefused) {
         TraceOpen(path);
@@ -665,14 +715,14 @@ KXRESULT GetImageFileDetails(const wchar_t* path, KXIMAGEFILEDETAILS* details) {
         if (ext == L"vm") return KXE_IMAGEFILE;
         if (ext == L"bsi") {
             imgfile::FileData data;
-            if (!data.Read(path)) return KXE_IMAGEFILE;
-            const imgfile::Bytes b = data.Get();
             KXBMINFOHEADERYUV full;
+            if (!data.Open(path) || !data.ReadTo(sizeof full)) return KXE_IMAGEFILE;
+            const imgfile::Bytes b = data.Get();
             std::memset(static_cast<void*>(&full), 0, sizeof full);
             std::memcpy(&full, b.data, std::min(b.size, sizeof full));
             const KXBMINFOHEADER& rec = full.bmi;
-            if (!imgfile::BsiRecordAllowed(rec.biSize, b.size) ||
-                !imgfile::BsiPixelsPresent(&rec, rec.biSize, b.size))
+            if (!imgfile::BsiRecordAllowed(rec.biSize, data.FileSize()) ||
+                !imgfile::BsiPixelsPresent(&rec, rec.biSize, data.FileSize()))
                 return KXE_IMAGEFILE;
             details->nWidth = rec.biWidth;
             details->nHeight = rec.biHeight;
@@ -682,7 +732,7 @@ KXRESULT GetImageFileDetails(const wchar_t* path, KXIMAGEFILEDETAILS* details) {
             return KX_OK;
         }
         imgfile::OpenedFile file;
-        if (imgfile::ReadFileInfo(path, 0, 0, &file) != 1) return KXE_IMAGEFILE;
+        if (imgfile::ReadFileInfo(path, 0, 0, false, &file) != 1) return KXE_IMAGEFILE;
         const imgfile::FileInfo& info = file.info;
         details->dwFormat = info.format;
         details->nWidth = info.width;

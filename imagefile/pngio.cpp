@@ -200,6 +200,20 @@ class CPngBackend : public CBackend {
         return file.size >= 8 && png_sig_cmp(file.data, 0, 8) == 0;
     }
 
+    // The header is every chunk before the first image data chunk, whose length and name
+    // end it.
+    uint64_t InfoBytes(const Bytes& head, uint64_t) const override {
+        uint64_t pos = 8;
+        for (;;) {
+            if (pos + 8 > head.size) return pos + 8;
+            const unsigned char* c = head.data + pos;
+            if (std::memcmp(c + 4, "IDAT", 4) == 0) return pos + 8;
+            const uint64_t length = (uint64_t(c[0]) << 24) | (uint32_t(c[1]) << 16) |
+                                    (uint32_t(c[2]) << 8) | c[3];
+            pos += 12 + length;
+        }
+    }
+
     KXRESULT Info(const Bytes& file, int32_t, FileInfo* info) const override {
         Job job;
         InitJob(file, &job);

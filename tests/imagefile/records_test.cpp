@@ -5,6 +5,8 @@
 
 #include <kelp/trace.h>
 
+#include "imagefile/backend.h"
+
 namespace kelptest {
 namespace {
 
@@ -212,6 +214,63 @@ TEST_F(ImageRecords, BsiRecordMustAgreeWithItsBytes) {
     const Loaded l = Load("good.bsi", 24);
     ASSERT_EQ(l.result, KX_OK);
     EXPECT_EQ(l.img.px, Pattern(7, 5, false).px);
+}
+
+// A JPEG with a large application segment after the start marker, so that its frame
+// header lies beyond the first bytes the object reads.
+Bytes JpegWithPadding(const Bytes& jpeg, size_t segments) {
+    Bytes out(jpeg.begin(), jpeg.begin() + 2);
+    for (size_t i = 0; i < segments; ++i) {
+        out.insert(out.end(), {0xFF, 0xE9, 0xFF, 0xFF});
+        out.insert(out.end(), 0xFFFD, uint8_t(i));
+    }
+    out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
+    return out;
+}
+
+TEST_F(ImageRecords, InformationFromTheHeadersIsThatOfTheWholeFile) {
+    const Img p = Pattern(40, 30, false);
+    const Bytes thumb = JpegFile(Pattern(8, 6, false), 90);
+    struct Case {
+        const char* name;
+        Bytes file;
+    } cases[] = {
+        {"exif.jpg", JpegFile(p, 90, 6, &thumb)},
+        {"padded.jpg", JpegWithPadding(JpegFile(p, 90, 8), 3)},
+        {"rgb.png", PngFile(p, kPngRgb)},
+        {"interlaced.png", PngFile(p, kPngInterlaced)},
+        {"palette.png", PngFile(p, kPngPaletteAlpha)},
+        {"eight.bmp", BmpFile(p, kBmp8)},
+        {"masks.bmp", BmpFile(p, kBmp565)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Write(c.name, c.file);
+        const kelp::imgfile::Bytes whole{c.file.data(), c.file.size()};
+        const kelp::imgfile::CBackend* b = kelp::imgfile::FindBackend(whole, L"");
+        ASSERT_NE(b, nullptr);
+        // Less than the file is asked for.
+        EXPECT_LT(b->InfoBytes(whole, whole.size), whole.size);
+        kelp::imgfile::FileInfo want;
+        ASSERT_EQ(b->Info(whole, 0, &want), KX_OK);
+        kelp::KXIMAGEFILEDETAILS got{};
+        got.dwSize = sizeof got;
+        ASSERT_EQ(kelp::GetImageFileDetails(WPath(c.name).c_str(), &got), KX_OK);
+        EXPECT_EQ(got.dwFormat, want.format);
+        EXPECT_EQ(got.nWidth, want.width);
+        EXPECT_EQ(got.nHeight, want.height);
+        EXPECT_EQ(got.dwBitCount, want.bits);
+        EXPECT_EQ(got.dwOrientation, want.orientation);
+        EXPECT_EQ(got.dwFlags, want.flags);
+        EXPECT_EQ(got.nStampWidth, want.stampWidth);
+        EXPECT_EQ(got.nResolution, want.xResolution);
+        // Information first, then the load, with one object.
+        EXPECT_EQ(Load(c.name, 24).result, KX_OK);
+    }
+    // A file cut inside its headers is refused, whatever its extension claims.
+    Write("cut.jpg", Bytes(cases[1].file.begin(), cases[1].file.begin() + 70000));
+    KXBMINFOHEADER* info = nullptr;
+    EXPECT_EQ(m_io->GetImageInfo(WPath("cut.jpg").c_str(), &info, &m_alloc), KXE_IMAGEFILE);
 }
 
 } // namespace
