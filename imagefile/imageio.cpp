@@ -15,6 +15,7 @@
 #include "bsiio.h"
 #include "convert/catchall.h"
 #include "jpegio.h"
+#include "pngio.h"
 #include "tgaio.h"
 #include "tiffio.h"
 
@@ -747,6 +748,25 @@ KXRESULT GetImageFileDetails(const wchar_t* path, KXIMAGEFILEDETAILS* details) {
         return KX_OK;
     }
     KELP_CATCH_ALL {
+        return KXE_IMAGEFILE;
+    }
+}
+
+KXRESULT SavePNGImage(const wchar_t* path, const KXBMINFOHEADER* desc, const void* bits) {
+    try {
+        imgfile::Bitmap view;
+        imgfile::ByteSink sink;
+        if (!path || !desc || !bits || (desc->biBitCount != 24 && desc->biBitCount != 32) ||
+            !imgfile::ViewOf(desc, bits, imgfile::Limits(), &view) ||
+            KX_FAILED(imgfile::PngBackend()->Save(view, desc->biBitCount, 2, &sink)) ||
+            !imgfile::WriteFileWhole(path, {{sink.data(), sink.size()}})) {
+            imgfile::TraceWrite(path);
+            return KXE_IMAGEFILE;
+        }
+        return KX_OK;
+    }
+    KELP_CATCH_ALL {
+        dbgPrintf(8, 2, L"KXCONV: EXCEPTION during save %s\n\r", path);
         return KXE_IMAGEFILE;
     }
 }

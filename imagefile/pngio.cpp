@@ -1,7 +1,7 @@
-// PNG reading through libpng. libpng reports errors by a long jump, which must not
-// cross C++ objects that need destruction: everything between setjmp and the jump is
-// plain data, and the bitmap is made through a callback by the C++ caller, whose frame
-// lies outside the jump.
+// PNG reading and writing through libpng. libpng reports errors by a long jump, which
+// must not cross C++ objects that need destruction: everything between setjmp and the
+// jump is plain data, and the bitmap is made (or the output grown) through a callback
+// by the C++ caller, whose frame lies outside the jump.
 #include "pngio.h"
 
 #include <png.h>
@@ -191,6 +191,75 @@ void InitJob(const Bytes& file, Job* job) {
     job->orientation = 1;
 }
 
+// ---------------------------------------------------------------- writing
+
+struct WriteJob {
+    ByteSink* out;
+};
+
+void WriteBytes(png_structp png, png_bytep data, size_t n) {
+    WriteJob* job = static_cast<WriteJob*>(png_get_io_ptr(png));
+    bool ok = true;
+    try {
+        job->out->insert(job->out->end(), data, data + n);
+    } catch (...) {
+        ok = false;
+    }
+    // The jump is taken outside the handler, so that no exception is left behind.
+    if (!ok) png_error(png, "out of memory");
+}
+
+void FlushNothing(png_structp) {}
+
+// Premultiplied colours divided back by their alpha, as PNG stores straight alpha; a
+// pixel of alpha 0 has no colour.
+void Unpremultiply(const unsigned char* s, unsigned char* d, int32_t width) {
+    for (int32_t x = 0; x < width; ++x, s += 4, d += 4) {
+        const uint32_t a = s[3];
+        for (int c = 0; c < 3; ++c) {
+            const uint32_t v = a ? (uint32_t(s[c]) * 255 + a / 2) / a : 0;
+            d[c] = uint8_t(v > 255 ? 255 : v);
+        }
+        d[3] = uint8_t(a);
+    }
+}
+
+// Writes `image` (24 or 32 bits) as 8-bit RGB, or RGBA with `alpha`. `row` holds one
+// row of the image for the premultiplied case. 1 on success, 0 on failure.
+int WriteRun(const Bitmap& image, bool alpha, WriteJob* job, unsigned char* row) {
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, OnError, OnWarning);
+    if (!png) return 0;
+    png_infop info = png_create_info_struct(png);
+    if (!info) {
+        png_destroy_write_struct(&png, nullptr);
+        return 0;
+    }
+    if (setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        return 0;
+    }
+    png_set_write_fn(png, job, WriteBytes, FlushNothing);
+    png_set_IHDR(png, info, png_uint_32(image.Width()), png_uint_32(image.Height()), 8,
+                 alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    png_set_bgr(png);
+    // A fourth byte that is no alpha is left out of the file.
+    if (image.Bits() == 32 && !alpha) png_set_filler(png, 0, PNG_FILLER_AFTER);
+    const bool premultiplied = alpha && image.alpha == Bitmap::kPremultiplied;
+    for (int32_t y = 0; y < image.Height(); ++y) {
+        unsigned char* line = image.Line(y);
+        if (premultiplied) {
+            Unpremultiply(line, row, image.Width());
+            line = row;
+        }
+        png_write_row(png, line);
+    }
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
+    return 1;
+}
+
 class CPngBackend : public CBackend {
   public:
     constexpr CPngBackend() = default;
@@ -249,6 +318,27 @@ class CPngBackend : public CBackend {
             out->alpha = alpha ? Bitmap::kStraight : Bitmap::kIgnore;
         }
         return KX_OK;
+    }
+
+    // 24 bits: RGB. 32 bits: RGBA, or RGB where the fourth byte holds no alpha. PNG is
+    // lossless: the quality factor has nothing to choose.
+    KXRESULT Save(const Bitmap& image, uint32_t bits, uint32_t, ByteSink* out) const override {
+        if ((bits != 24 && bits != 32) || (image.Bits() != 24 && image.Bits() != 32))
+            return KXE_IMAGEFILE;
+        Bitmap tmp;
+        const Bitmap* src = AtDepth(image, bits, &tmp, Limits());
+        if (!src) return KXE_IMAGEFILE;
+        const bool alpha = bits == 32 && src->alpha != Bitmap::kIgnore;
+        std::vector<unsigned char> row;
+        try {
+            if (alpha && src->alpha == Bitmap::kPremultiplied)
+                row.resize(size_t(src->Width()) * 4);
+            out->clear();
+        } catch (...) {
+            return KXE_IMAGEFILE;
+        }
+        WriteJob job{out};
+        return WriteRun(*src, alpha, &job, row.data()) ? KX_OK : KXE_IMAGEFILE;
     }
 };
 
