@@ -34,12 +34,22 @@ struct Job {
     uint32_t orientation;
     // What to decode: 24 or 32 bits, or 0 for the file's own layout.
     uint32_t wantBits;
-    // Called once the layout is known: makes the bitmap and fills `rows`.
+    // Called once the layout is known: makes the bitmap and fills `rows`, and for files
+    // of 16-bit samples `wideRows` (every row of an interlaced file, else one row).
     bool (*prepare)(Job* job, uint32_t bits, png_colorp palette, int colors);
     void* context;
     png_bytepp rows;
     uint32_t outBits;
+    png_bytepp wideRows;
+    size_t wideSamples; // samples in a row
 };
+
+// 16-bit samples (big-endian, as PNG stores them) to 8 bits, rounded to the nearest:
+// v * 255 / 65535 is v / 257. libpng's own reduction is off by one for some values.
+void Reduce16(const unsigned char* s, unsigned char* d, size_t samples) {
+    for (size_t i = 0; i < samples; ++i, s += 2)
+        d[i] = uint8_t(((uint32_t(s[0]) << 8 | s[1]) + 128) / 257);
+}
 
 void ReadBytes(png_structp png, png_bytep out, size_t n) {
     Job* job = static_cast<Job*>(png_get_io_ptr(png));
@@ -119,24 +129,24 @@ int Run(Job* job, bool decode) {
     int colors = 0;
     if (bits <= 8) {
         // Indices or grey levels, packed as the bitmap packs them; two bits a pixel
-        // are spread to a byte.
+        // are spread to a byte. 16-bit grey levels are reduced after reading.
         if (job->bitDepth == 2) png_set_packing(png);
-        if (job->bitDepth == 16) png_set_scale_16(png);
         if (job->colorType == PNG_COLOR_TYPE_PALETTE) png_get_PLTE(png, info, &palette, &colors);
     } else {
         png_set_expand(png);
-        png_set_scale_16(png);
         png_set_gray_to_rgb(png);
         png_set_bgr(png);
         const bool alpha = job->transparency || (job->colorType & PNG_COLOR_MASK_ALPHA);
-        if (bits == 32 && !alpha) png_set_filler(png, 0xFF, PNG_FILLER_AFTER);
+        if (bits == 32 && !alpha) png_set_filler(png, 0xFFFF, PNG_FILLER_AFTER);
         if (bits == 24 && alpha) png_set_strip_alpha(png);
     }
     png_set_interlace_handling(png);
     png_read_update_info(png, info);
     const size_t want =
         bits <= 8 ? (size_t(job->width) * bits + 7) / 8 : size_t(job->width) * (bits / 8);
-    if (png_get_rowbytes(png, info) != want) {
+    const bool wide = job->bitDepth == 16;
+    job->wideSamples = wide ? want : 0;
+    if (png_get_rowbytes(png, info) != (wide ? 2 * want : want)) {
         png_destroy_read_struct(&png, &info, nullptr);
         return 0;
     }
@@ -145,7 +155,19 @@ int Run(Job* job, bool decode) {
         png_destroy_read_struct(&png, &info, nullptr);
         return 0;
     }
-    png_read_image(png, job->rows);
+    if (!wide) {
+        png_read_image(png, job->rows);
+    } else if (job->interlace != PNG_INTERLACE_NONE) {
+        // Every pass fills the whole 16-bit picture before it is reduced.
+        png_read_image(png, job->wideRows);
+        for (png_uint_32 y = 0; y < job->height; ++y)
+            Reduce16(job->wideRows[y], job->rows[y], want);
+    } else {
+        for (png_uint_32 y = 0; y < job->height; ++y) {
+            png_read_row(png, job->wideRows[0], nullptr);
+            Reduce16(job->wideRows[0], job->rows[y], want);
+        }
+    }
     png_read_end(png, nullptr);
     png_destroy_read_struct(&png, &info, nullptr);
     return 1;
@@ -156,6 +178,8 @@ struct Target {
     Bitmap* out;
     const DecodeRequest* req;
     std::vector<png_bytep> rows;
+    std::vector<unsigned char> wide; // 16-bit samples before their reduction
+    std::vector<png_bytep> wideRows;
 };
 
 bool Prepare(Job* job, uint32_t bits, png_colorp palette, int colors) {
@@ -165,6 +189,15 @@ bool Prepare(Job* job, uint32_t bits, png_colorp palette, int colors) {
                             ResultAllocator(*t->req, bits)))
             return false;
         t->rows.resize(job->height);
+        if (job->wideSamples) {
+            const size_t stride = 2 * job->wideSamples;
+            const size_t n = job->interlace != PNG_INTERLACE_NONE ? job->height : 1;
+            t->wide.resize(stride * n);
+            t->wideRows.resize(n);
+            for (size_t y = 0; y < n; ++y)
+                t->wideRows[y] = t->wide.data() + y * stride;
+            job->wideRows = t->wideRows.data();
+        }
     } catch (...) {
         return false;
     }
@@ -277,8 +310,8 @@ class CPngBackend : public CBackend {
             if (pos + 8 > head.size) return pos + 8;
             const unsigned char* c = head.data + pos;
             if (std::memcmp(c + 4, "IDAT", 4) == 0) return pos + 8;
-            const uint64_t length = (uint64_t(c[0]) << 24) | (uint32_t(c[1]) << 16) |
-                                    (uint32_t(c[2]) << 8) | c[3];
+            const uint64_t length =
+                (uint64_t(c[0]) << 24) | (uint32_t(c[1]) << 16) | (uint32_t(c[2]) << 8) | c[3];
             pos += 12 + length;
         }
     }
@@ -304,7 +337,7 @@ class CPngBackend : public CBackend {
         if (!SizeAllowed(job.width, job.height, req.limits) ||
             !PlausibleForBytes(uint64_t(job.width) * job.height, file.size, kPixelsPerByte))
             return KXE_IMAGEFILE;
-        Target target{out, &req, {}};
+        Target target{out, &req, {}, {}, {}};
         InitJob(file, &job);
         job.wantBits = req.bits;
         job.prepare = Prepare;
@@ -331,8 +364,7 @@ class CPngBackend : public CBackend {
         const bool alpha = bits == 32 && src->alpha != Bitmap::kIgnore;
         std::vector<unsigned char> row;
         try {
-            if (alpha && src->alpha == Bitmap::kPremultiplied)
-                row.resize(size_t(src->Width()) * 4);
+            if (alpha && src->alpha == Bitmap::kPremultiplied) row.resize(size_t(src->Width()) * 4);
             out->clear();
         } catch (...) {
             return KXE_IMAGEFILE;
