@@ -1,5 +1,5 @@
-// One fuzz input through one reader the way the loader uses it: the file information,
-// the picture at the file's own depth and at 32 bits, widened to 24 bits where it is
+// One fuzz input through one reader the way the loader uses it: the length of the
+// headers and the information read from them, the file information, the picture at the file's own depth and at 32 bits, widened to 24 bits where it is
 // smaller, turned, resized, and the stamp.
 #pragma once
 
@@ -15,7 +15,10 @@ inline void FuzzReader(const kelp::imgfile::CBackend* backend, const wchar_t* ex
     Limits limits;
     limits.maxPixels = 1u << 22; // keeps one input within the fuzzer's memory and time
     if (!backend->Sniff(file, ext)) return;
+    // The headers alone, as far as the reader asks for them.
+    const uint64_t head = backend->InfoBytes(file, size);
     FileInfo info;
+    if (head < size) backend->Info(Bytes{data, size_t(head)}, 0, &info);
     backend->Info(file, 0, &info);
     for (uint32_t bits : {0u, 32u}) {
         LoadRequest req;

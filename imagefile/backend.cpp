@@ -89,6 +89,10 @@ KXRESULT CBackend::LoadResized(const Bytes& file, const LoadRequest& req, int32_
     return KX_OK;
 }
 
+uint64_t CBackend::InfoBytes(const Bytes&, uint64_t fileSize) const {
+    return fileSize;
+}
+
 KXRESULT CBackend::ReadStamp(const Bytes&, const Limits&, Bitmap*) const {
     return KXE_IMAGEFILE;
 }

@@ -95,6 +95,11 @@ class CBackend {
     // Whether the file is of this backend's format. `ext` is the file name's extension
     // in lower case without the dot, "" if none.
     virtual bool Sniff(const Bytes& file, const wchar_t* ext) const = 0;
+    // How many bytes from the start of a file of `fileSize` bytes its information needs,
+    // judged from the first bytes `head`; a number beyond `head` asks to see more first.
+    // The information read from that many bytes is the information of the whole file.
+    // Backends that cannot tell answer `fileSize`.
+    virtual uint64_t InfoBytes(const Bytes& head, uint64_t fileSize) const;
     // File information. Metafiles are measured at `resolution` dots per inch (0: their
     // own size). KX_OK or KXE_IMAGEFILE.
     virtual KXRESULT Info(const Bytes& file, int32_t resolution, FileInfo* info) const = 0;

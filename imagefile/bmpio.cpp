@@ -3,6 +3,7 @@
 // rows with colour masks, or RLE8/RLE4 runs.
 #include "bmpio.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "bytereader.h"
@@ -183,6 +184,16 @@ class CBmpBackend : public CBackend {
 
     bool Sniff(const Bytes& file, const wchar_t*) const override {
         return file.size >= 26 && file.data[0] == 'B' && file.data[1] == 'M';
+    }
+
+    // The headers, masks and colour table, and the first byte of the pixels, which must
+    // lie within the file.
+    uint64_t InfoBytes(const Bytes& head, uint64_t) const override {
+        ByteReader r(head.data, head.size);
+        uint32_t offset, headerSize;
+        if (!r.Le32(10, &offset) || !r.Le32(14, &headerSize)) return 18;
+        const uint64_t headers = 14 + uint64_t(headerSize) + 16 + 256 * 4;
+        return std::max<uint64_t>(offset, headers) + 1;
     }
 
     KXRESULT Info(const Bytes& file, int32_t, FileInfo* info) const override {

@@ -15,6 +15,7 @@
 #include "bsiio.h"
 #include "convert/catchall.h"
 #include "jpegio.h"
+#include "pngio.h"
 #include "tgaio.h"
 #include "tiffio.h"
 
@@ -109,23 +110,13 @@ int32_t ClampSide(uint32_t v) {
 // The caller's image as a bitmap to save: uncompressed RGB of 1 to 32 bits, rows as the
 // alignment of the record says, a colour table behind the record below 16 bits.
 bool ViewOf(const KXBMINFOHEADER* d, const void* pixels, const Limits& limits, Bitmap* view) {
-    const uint32_t bits = d->biBitCount;
-    if (d->biSize < 40 || d->biCompression != KXBI_RGB || d->biPlanes != 1 ||
-        (bits != 1 && bits != 4 && bits != 8 && bits != 16 && bits != 24 && bits != 32) ||
-        d->biHeight == INT32_MIN)
-        return false;
-    const int32_t h = d->biHeight < 0 ? -d->biHeight : d->biHeight;
-    if (!SizeAllowed(d->biWidth, h, limits)) return false;
-    const uint32_t natural = uint32_t((uint64_t(d->biWidth) * bits + 7) / 8);
-    const int32_t align = d->biSize >= 112 ? DIBAlignment(d) : 4;
     uint64_t stride;
-    if (align == 4)
-        stride = RowBytes(d->biWidth, bits);
-    else if (align > 0)
-        stride = (uint64_t(natural) + uint32_t(align) - 1) / uint32_t(align) * uint32_t(align);
-    else
-        return false;
+    int32_t h;
+    if (!RgbRows(d, limits, &stride, &h)) return false;
+    // A record that claims fewer bytes than its rows need is refused; without a claim the
+    // rows are taken as the record describes them.
     if (d->biSizeImage && d->biSizeImage < stride * uint64_t(h)) return false;
+    const uint32_t bits = d->biBitCount;
     view->View(d->biWidth, h, bits, uint32_t(stride), d->biHeight < 0,
                static_cast<unsigned char*>(const_cast<void*>(pixels)));
     if (bits <= 8) {
@@ -143,11 +134,20 @@ bool ViewOf(const KXBMINFOHEADER* d, const void* pixels, const Limits& limits, B
     return true;
 }
 
-// Bytes of pixel data of an uncompressed record, as written to a file.
+// Bytes of pixel data of a record, as written to a file: what it claims, or for an RGB
+// record that claims nothing, what its rows take.
 uint32_t PixelBytesOf(const KXBMINFOHEADER* d) {
     if (d->biSizeImage) return d->biSizeImage;
+    uint64_t stride;
+    int32_t rows;
+    if (RgbRows(d, Limits(), &stride, &rows)) return uint32_t(stride * uint64_t(rows));
     const int32_t size = DIBSize(d);
     return size < 0 ? 0u - uint32_t(size) : uint32_t(size);
+}
+
+// Whether the caller's pixels hold the picture the record describes.
+bool PixelsAgree(const KXBMINFOHEADER* d, const Limits& limits) {
+    return d->biSize >= 40 && RecordMatchesPixels(d, d->biSize, PixelBytesOf(d), limits);
 }
 
 } // namespace
@@ -166,21 +166,44 @@ std::wstring ExtensionOf(const wchar_t* path) {
     return ext;
 }
 
-FileData::~FileData() {
+FileBuffer::~FileBuffer() {
     if (m_data) GetDualAllocator()->Free(m_data);
 }
 
-bool FileData::Read(const wchar_t* path) {
-    if (!path) return false;
-    File f(os::OpenFileRead(path));
-    uint64_t size = 0;
+bool FileBuffer::Reserve(size_t size, size_t keep) {
+    if (size <= m_capacity) return true;
+    if (size >= (size_t(1) << 31)) return false;
+    unsigned char* p = static_cast<unsigned char*>(GetDualAllocator()->Allocate(unsigned(size), 0));
+    if (!p) return false;
+    if (keep) std::memcpy(p, m_data, keep);
+    if (m_data) GetDualAllocator()->Free(m_data);
+    m_data = p;
+    m_capacity = size;
+    return true;
+}
+
+FileData::~FileData() {
+    if (m_file) os::CloseFile(m_file);
+}
+
+bool FileData::Open(const wchar_t* path) {
+    if (!path || m_file) return false;
+    m_file = os::OpenFileRead(path);
     // Files beyond 2 GiB are no still images this library can hold.
-    if (!f.get() || !os::GetFileSize(f.get(), &size) || size == 0 || size >= (uint64_t(1) << 31))
+    return m_file && os::GetFileSize(m_file, &m_fileSize) && m_fileSize != 0 &&
+           m_fileSize < (uint64_t(1) << 31);
+}
+
+bool FileData::ReadTo(uint64_t bytes) {
+    const size_t want = size_t(std::min(bytes, m_fileSize));
+    if (want <= m_have) return true;
+    if (!m_file || !m_buffer->Reserve(want, m_have)) return false;
+    size_t done = 0;
+    if (!os::ReadFile(m_file, m_buffer->Data() + m_have, want - m_have, &done) ||
+        done != want - m_have)
         return false;
-    m_data = static_cast<unsigned char*>(GetDualAllocator()->Allocate(unsigned(size), 0));
-    if (!m_data) return false;
-    m_size = size_t(size);
-    return f.ReadExact(m_data, m_size);
+    m_have = want;
+    return true;
 }
 
 Limits LimitsFromSettings() {
@@ -192,13 +215,40 @@ Limits LimitsFromSettings() {
     return limits;
 }
 
-int32_t ReadFileInfo(const wchar_t* path, int32_t width, int32_t height, OpenedFile* file) {
-    if (!file->data.Read(path)) return -1;
-    const Bytes bytes = file->data.Get();
-    file->backend = FindBackend(bytes, ExtensionOf(path).c_str());
-    if (!file->backend) return -1;
+namespace {
+
+// The file's backend and its information, from as much of the file as they need: the
+// first bytes, more where the backend asks for them, and the whole file where the first
+// bytes do not tell.
+bool Identify(const wchar_t* path, OpenedFile* file, FileInfo* info) {
+    FileData& d = file->data;
+    const std::wstring ext = ExtensionOf(path);
+    for (;;) {
+        file->backend = FindBackend(d.Get(), ext.c_str());
+        if (file->backend) {
+            uint64_t need = file->backend->InfoBytes(d.Get(), d.FileSize());
+            while (need > d.Get().size && !d.Whole()) {
+                // At least twice as much each time, so that a long run of segments is
+                // read in a few steps.
+                if (!d.ReadTo(std::max<uint64_t>(need, 2 * uint64_t(d.Get().size)))) return false;
+                need = file->backend->InfoBytes(d.Get(), d.FileSize());
+            }
+            *info = FileInfo();
+            if (KX_SUCCEEDED(file->backend->Info(d.Get(), 0, info))) return true;
+        }
+        if (d.Whole() || !d.ReadAll()) return false;
+    }
+}
+
+} // namespace
+
+int32_t ReadFileInfo(const wchar_t* path, int32_t width, int32_t height, bool whole,
+                     OpenedFile* file) {
+    if (!file->data.Open(path) || !file->data.ReadTo(whole ? file->data.FileSize() : kHeadBytes))
+        return -1;
     FileInfo info;
-    if (KX_FAILED(file->backend->Info(bytes, 0, &info))) return -1;
+    if (!Identify(path, file, &info)) return -1;
+    const Bytes bytes = file->data.Get();
     file->info = info;
     file->resolution = 0;
     if (info.format != kFormatMetafile) return 1;
@@ -287,14 +337,19 @@ class Record {
 
 KXRESULT CImageIO::InfoFile(const wchar_t* path, KXBMINFOHEADER** desc, IAllocator* allocator) {
     const uint32_t start = os::GetTickCount();
-    OpenedFile file;
-    const int32_t r = ReadFileInfo(path, 0, 0, &file);
+    OpenedFile file(&m_buffer);
+    const int32_t r = ReadFileInfo(path, 0, 0, false, &file);
     dbgPrintf(8, 14, L"\rCImageIO::LoadImage::L_FileInfo: %d ms\n\r", Elapsed(start));
     if (r != 1) {
         TraceOpen(path);
         return KXE_IMAGEFILE;
     }
     if (file.info.format == kFormatRefused) return KXE_IMAGEFILE;
+    // The limit that loading applies: a picture that cannot be loaded is not described.
+    if (!SizeAllowed(file.info.width, file.info.height, m_limits)) {
+        TraceOpen(path);
+        return KXE_IMAGEFILE;
+    }
     // A caller that only checks the file may pass no allocator.
     Record rec(allocator ? allocator : desc ? nullptr : GetCppAllocator());
     KXBMINFOHEADER* d = rec.Make(KXBMI_SIZE);
@@ -339,6 +394,10 @@ KXRESULT CImageIO::InfoBsi(const wchar_t* path, KXBMINFOHEADER** desc, IAllocato
     }
     d->biSize = s;
     BsiSettleExtension(d, s);
+    if (!BsiPixelsPresent(d, s, size, m_limits)) {
+        TraceRead(path);
+        return KXE_IMAGEFILE;
+    }
     TraceRecord(path, d);
     rec.Give(desc);
     return KX_OK;
@@ -367,8 +426,8 @@ KXRESULT CImageIO::LoadFile(const wchar_t* path, KXBMINFOHEADER* desc, void** pi
     const int32_t wantW = options ? ClampSide(options->nWidth) : 0;
     const int32_t wantH = options ? ClampSide(options->nHeight) : 0;
     uint32_t start = os::GetTickCount();
-    OpenedFile file;
-    const int32_t r = ReadFileInfo(path, wantW, wantH, &file);
+    OpenedFile file(&m_buffer);
+    const int32_t r = ReadFileInfo(path, wantW, wantH, true, &file);
     dbgPrintf(8, 14, L"\rCImageIO::LoadImage::L_FileInfo: %d ms\n\r", Elapsed(start));
     if (r != 1 || file.info.format == kFormatRefused) {
         TraceOpen(path);
@@ -499,9 +558,10 @@ KXRESULT CImageIO::LoadBsi(const wchar_t* path, KXBMINFOHEADER* desc, void** pix
     }
     rec->biSize = s;
     BsiSettleExtension(rec, s);
-    // The pixels must be in the file before any memory is taken for them.
+    // The pixels must be in the file, and be the picture the record describes, before
+    // any memory is taken for them.
     const uint32_t bytes = rec->biSizeImage;
-    if (bytes > size - s) {
+    if (!BsiPixelsPresent(rec, s, size, m_limits)) {
         TraceRead(path);
         return KXE_IMAGEFILE;
     }
@@ -565,17 +625,27 @@ KXRESULT CImageIO::SaveFile(const wchar_t* path, const std::wstring& ext,
 
 KXRESULT CImageIO::SaveBmp(const wchar_t* path, const KXBMINFOHEADER* desc, const void* pixels,
                            const ImageSaveOptions* options) {
-    KXBMINFOHEADERYUV in, out;
+    // The pixels must hold the picture the record describes, flattened or not: a record
+    // that claims a larger picture than its bytes would make a file that lies about its
+    // size, or make the conversion read past the pixels.
+    if (!PixelsAgree(desc, m_limits)) {
+        TraceWrite(path);
+        return KXE_IMAGEFILE;
+    }
+    KXBMINFOHEADERYUV out;
     CSingleAllocator local; // ends with this call, and frees the flattened pixels
     if (options && (options->dwFlags & IMAGESAVE_FLATTEN24)) {
-        // Flattened to uncompressed 24 bits by the conversion manager first.
-        std::memset(&in, 0, sizeof in);
+        // Flattened to uncompressed 24 bits by the conversion manager first. The input is
+        // the caller's own record, so that a colour table behind it goes along; the output
+        // is a copy of it at 24 bits, which has no table.
+        std::memset(&out, 0, sizeof out);
         const uint32_t n = std::min<uint32_t>(desc->biSize, KXBMI_SIZE_YUV);
-        std::memcpy(&in, desc, n);
-        in.bmi.biSize = n;
-        out = in;
+        std::memcpy(&out, desc, n);
+        out.bmi.biSize = n;
         out.bmi.biCompression = KXBI_RGB;
         out.bmi.biBitCount = 24;
+        out.bmi.biClrUsed = 0;
+        out.bmi.biClrImportant = 0;
         IConversionManager* cm = KXCONVCreateConversionManager();
         if (!cm) {
             TraceWrite(path);
@@ -585,10 +655,10 @@ KXRESULT CImageIO::SaveBmp(const wchar_t* path, const KXBMINFOHEADER* desc, cons
         void* flat = nullptr;
         uint32_t flags = KXCONV_KEEP_INPUT;
         int32_t quality = 0;
-        const KXRESULT r = cm->Convert(&in.bmi, const_cast<void*>(pixels), &out.bmi, &flat, &flags,
-                                       &quality, &local);
+        const KXRESULT r = cm->Convert(const_cast<KXBMINFOHEADER*>(desc), const_cast<void*>(pixels),
+                                       &out.bmi, &flat, &flags, &quality, &local);
         cm->Release();
-        if (KX_FAILED(r) || !flat) {
+        if (KX_FAILED(r) || !flat || !PixelsAgree(&out.bmi, m_limits)) {
             TraceWrite(path);
             return KXE_IMAGEFILE;
         }
@@ -646,12 +716,15 @@ KXRESULT GetImageFileDetails(const wchar_t* path, KXIMAGEFILEDETAILS* details) {
         if (ext == L"vm") return KXE_IMAGEFILE;
         if (ext == L"bsi") {
             imgfile::FileData data;
-            if (!data.Read(path)) return KXE_IMAGEFILE;
+            KXBMINFOHEADERYUV full;
+            if (!data.Open(path) || !data.ReadTo(sizeof full)) return KXE_IMAGEFILE;
             const imgfile::Bytes b = data.Get();
-            KXBMINFOHEADER rec;
-            std::memset(static_cast<void*>(&rec), 0, sizeof rec);
-            std::memcpy(&rec, b.data, std::min(b.size, sizeof rec));
-            if (!imgfile::BsiRecordAllowed(rec.biSize, b.size)) return KXE_IMAGEFILE;
+            std::memset(static_cast<void*>(&full), 0, sizeof full);
+            std::memcpy(&full, b.data, std::min(b.size, sizeof full));
+            const KXBMINFOHEADER& rec = full.bmi;
+            if (!imgfile::BsiRecordAllowed(rec.biSize, data.FileSize()) ||
+                !imgfile::BsiPixelsPresent(&rec, rec.biSize, data.FileSize()))
+                return KXE_IMAGEFILE;
             details->nWidth = rec.biWidth;
             details->nHeight = rec.biHeight;
             details->dwBitCount = rec.biBitCount;
@@ -660,7 +733,7 @@ KXRESULT GetImageFileDetails(const wchar_t* path, KXIMAGEFILEDETAILS* details) {
             return KX_OK;
         }
         imgfile::OpenedFile file;
-        if (imgfile::ReadFileInfo(path, 0, 0, &file) != 1) return KXE_IMAGEFILE;
+        if (imgfile::ReadFileInfo(path, 0, 0, false, &file) != 1) return KXE_IMAGEFILE;
         const imgfile::FileInfo& info = file.info;
         details->dwFormat = info.format;
         details->nWidth = info.width;
@@ -675,6 +748,25 @@ KXRESULT GetImageFileDetails(const wchar_t* path, KXIMAGEFILEDETAILS* details) {
         return KX_OK;
     }
     KELP_CATCH_ALL {
+        return KXE_IMAGEFILE;
+    }
+}
+
+KXRESULT SavePNGImage(const wchar_t* path, const KXBMINFOHEADER* desc, const void* bits) {
+    try {
+        imgfile::Bitmap view;
+        imgfile::ByteSink sink;
+        if (!path || !desc || !bits || (desc->biBitCount != 24 && desc->biBitCount != 32) ||
+            !imgfile::ViewOf(desc, bits, imgfile::Limits(), &view) ||
+            KX_FAILED(imgfile::PngBackend()->Save(view, desc->biBitCount, 2, &sink)) ||
+            !imgfile::WriteFileWhole(path, {{sink.data(), sink.size()}})) {
+            imgfile::TraceWrite(path);
+            return KXE_IMAGEFILE;
+        }
+        return KX_OK;
+    }
+    KELP_CATCH_ALL {
+        dbgPrintf(8, 2, L"KXCONV: EXCEPTION during save %s\n\r", path);
         return KXE_IMAGEFILE;
     }
 }

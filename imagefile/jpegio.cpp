@@ -152,6 +152,32 @@ class CJpegBackend : public CBackend {
                file.data[2] == 0xFF;
     }
 
+    // The header ends with the first scan's header: the frame, its tables, JFIF and
+    // EXIF all stand before it.
+    uint64_t InfoBytes(const Bytes& head, uint64_t fileSize) const override {
+        uint64_t pos = 2;
+        for (;;) {
+            if (pos + 4 > head.size) return pos + 4;
+            const unsigned char* p = head.data + pos;
+            // No marker where one belongs: the whole file decides.
+            if (p[0] != 0xFF) return fileSize;
+            const uint32_t m = p[1];
+            if (m == 0xFF) { // fill byte
+                ++pos;
+                continue;
+            }
+            // Markers without a length.
+            if (m == 0x01 || m == 0xD8 || (m >= 0xD0 && m <= 0xD7)) {
+                pos += 2;
+                continue;
+            }
+            if (m == 0xD9) return fileSize;
+            const uint64_t end = pos + 2 + ((uint32_t(p[2]) << 8) | p[3]);
+            if (m == 0xDA) return end;
+            pos = end;
+        }
+    }
+
     KXRESULT Info(const Bytes& file, int32_t, FileInfo* info) const override {
         Handle h(tjInitDecompress());
         Header hd;

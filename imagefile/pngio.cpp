@@ -1,7 +1,7 @@
-// PNG reading through libpng. libpng reports errors by a long jump, which must not
-// cross C++ objects that need destruction: everything between setjmp and the jump is
-// plain data, and the bitmap is made through a callback by the C++ caller, whose frame
-// lies outside the jump.
+// PNG reading and writing through libpng. libpng reports errors by a long jump, which
+// must not cross C++ objects that need destruction: everything between setjmp and the
+// jump is plain data, and the bitmap is made (or the output grown) through a callback
+// by the C++ caller, whose frame lies outside the jump.
 #include "pngio.h"
 
 #include <png.h>
@@ -34,12 +34,22 @@ struct Job {
     uint32_t orientation;
     // What to decode: 24 or 32 bits, or 0 for the file's own layout.
     uint32_t wantBits;
-    // Called once the layout is known: makes the bitmap and fills `rows`.
+    // Called once the layout is known: makes the bitmap and fills `rows`, and for files
+    // of 16-bit samples `wideRows` (every row of an interlaced file, else one row).
     bool (*prepare)(Job* job, uint32_t bits, png_colorp palette, int colors);
     void* context;
     png_bytepp rows;
     uint32_t outBits;
+    png_bytepp wideRows;
+    size_t wideSamples; // samples in a row
 };
+
+// 16-bit samples (big-endian, as PNG stores them) to 8 bits, rounded to the nearest:
+// v * 255 / 65535 is v / 257. libpng's own reduction is off by one for some values.
+void Reduce16(const unsigned char* s, unsigned char* d, size_t samples) {
+    for (size_t i = 0; i < samples; ++i, s += 2)
+        d[i] = uint8_t(((uint32_t(s[0]) << 8 | s[1]) + 128) / 257);
+}
 
 void ReadBytes(png_structp png, png_bytep out, size_t n) {
     Job* job = static_cast<Job*>(png_get_io_ptr(png));
@@ -119,24 +129,24 @@ int Run(Job* job, bool decode) {
     int colors = 0;
     if (bits <= 8) {
         // Indices or grey levels, packed as the bitmap packs them; two bits a pixel
-        // are spread to a byte.
+        // are spread to a byte. 16-bit grey levels are reduced after reading.
         if (job->bitDepth == 2) png_set_packing(png);
-        if (job->bitDepth == 16) png_set_scale_16(png);
         if (job->colorType == PNG_COLOR_TYPE_PALETTE) png_get_PLTE(png, info, &palette, &colors);
     } else {
         png_set_expand(png);
-        png_set_scale_16(png);
         png_set_gray_to_rgb(png);
         png_set_bgr(png);
         const bool alpha = job->transparency || (job->colorType & PNG_COLOR_MASK_ALPHA);
-        if (bits == 32 && !alpha) png_set_filler(png, 0xFF, PNG_FILLER_AFTER);
+        if (bits == 32 && !alpha) png_set_filler(png, 0xFFFF, PNG_FILLER_AFTER);
         if (bits == 24 && alpha) png_set_strip_alpha(png);
     }
     png_set_interlace_handling(png);
     png_read_update_info(png, info);
     const size_t want =
         bits <= 8 ? (size_t(job->width) * bits + 7) / 8 : size_t(job->width) * (bits / 8);
-    if (png_get_rowbytes(png, info) != want) {
+    const bool wide = job->bitDepth == 16;
+    job->wideSamples = wide ? want : 0;
+    if (png_get_rowbytes(png, info) != (wide ? 2 * want : want)) {
         png_destroy_read_struct(&png, &info, nullptr);
         return 0;
     }
@@ -145,7 +155,19 @@ int Run(Job* job, bool decode) {
         png_destroy_read_struct(&png, &info, nullptr);
         return 0;
     }
-    png_read_image(png, job->rows);
+    if (!wide) {
+        png_read_image(png, job->rows);
+    } else if (job->interlace != PNG_INTERLACE_NONE) {
+        // Every pass fills the whole 16-bit picture before it is reduced.
+        png_read_image(png, job->wideRows);
+        for (png_uint_32 y = 0; y < job->height; ++y)
+            Reduce16(job->wideRows[y], job->rows[y], want);
+    } else {
+        for (png_uint_32 y = 0; y < job->height; ++y) {
+            png_read_row(png, job->wideRows[0], nullptr);
+            Reduce16(job->wideRows[0], job->rows[y], want);
+        }
+    }
     png_read_end(png, nullptr);
     png_destroy_read_struct(&png, &info, nullptr);
     return 1;
@@ -156,6 +178,8 @@ struct Target {
     Bitmap* out;
     const DecodeRequest* req;
     std::vector<png_bytep> rows;
+    std::vector<unsigned char> wide; // 16-bit samples before their reduction
+    std::vector<png_bytep> wideRows;
 };
 
 bool Prepare(Job* job, uint32_t bits, png_colorp palette, int colors) {
@@ -165,6 +189,15 @@ bool Prepare(Job* job, uint32_t bits, png_colorp palette, int colors) {
                             ResultAllocator(*t->req, bits)))
             return false;
         t->rows.resize(job->height);
+        if (job->wideSamples) {
+            const size_t stride = 2 * job->wideSamples;
+            const size_t n = job->interlace != PNG_INTERLACE_NONE ? job->height : 1;
+            t->wide.resize(stride * n);
+            t->wideRows.resize(n);
+            for (size_t y = 0; y < n; ++y)
+                t->wideRows[y] = t->wide.data() + y * stride;
+            job->wideRows = t->wideRows.data();
+        }
     } catch (...) {
         return false;
     }
@@ -191,6 +224,75 @@ void InitJob(const Bytes& file, Job* job) {
     job->orientation = 1;
 }
 
+// ---------------------------------------------------------------- writing
+
+struct WriteJob {
+    ByteSink* out;
+};
+
+void WriteBytes(png_structp png, png_bytep data, size_t n) {
+    WriteJob* job = static_cast<WriteJob*>(png_get_io_ptr(png));
+    bool ok = true;
+    try {
+        job->out->insert(job->out->end(), data, data + n);
+    } catch (...) {
+        ok = false;
+    }
+    // The jump is taken outside the handler, so that no exception is left behind.
+    if (!ok) png_error(png, "out of memory");
+}
+
+void FlushNothing(png_structp) {}
+
+// Premultiplied colours divided back by their alpha, as PNG stores straight alpha; a
+// pixel of alpha 0 has no colour.
+void Unpremultiply(const unsigned char* s, unsigned char* d, int32_t width) {
+    for (int32_t x = 0; x < width; ++x, s += 4, d += 4) {
+        const uint32_t a = s[3];
+        for (int c = 0; c < 3; ++c) {
+            const uint32_t v = a ? (uint32_t(s[c]) * 255 + a / 2) / a : 0;
+            d[c] = uint8_t(v > 255 ? 255 : v);
+        }
+        d[3] = uint8_t(a);
+    }
+}
+
+// Writes `image` (24 or 32 bits) as 8-bit RGB, or RGBA with `alpha`. `row` holds one
+// row of the image for the premultiplied case. 1 on success, 0 on failure.
+int WriteRun(const Bitmap& image, bool alpha, WriteJob* job, unsigned char* row) {
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, OnError, OnWarning);
+    if (!png) return 0;
+    png_infop info = png_create_info_struct(png);
+    if (!info) {
+        png_destroy_write_struct(&png, nullptr);
+        return 0;
+    }
+    if (setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        return 0;
+    }
+    png_set_write_fn(png, job, WriteBytes, FlushNothing);
+    png_set_IHDR(png, info, png_uint_32(image.Width()), png_uint_32(image.Height()), 8,
+                 alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    png_set_bgr(png);
+    // A fourth byte that is no alpha is left out of the file.
+    if (image.Bits() == 32 && !alpha) png_set_filler(png, 0, PNG_FILLER_AFTER);
+    const bool premultiplied = alpha && image.alpha == Bitmap::kPremultiplied;
+    for (int32_t y = 0; y < image.Height(); ++y) {
+        unsigned char* line = image.Line(y);
+        if (premultiplied) {
+            Unpremultiply(line, row, image.Width());
+            line = row;
+        }
+        png_write_row(png, line);
+    }
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
+    return 1;
+}
+
 class CPngBackend : public CBackend {
   public:
     constexpr CPngBackend() = default;
@@ -198,6 +300,20 @@ class CPngBackend : public CBackend {
 
     bool Sniff(const Bytes& file, const wchar_t*) const override {
         return file.size >= 8 && png_sig_cmp(file.data, 0, 8) == 0;
+    }
+
+    // The header is every chunk before the first image data chunk, whose length and name
+    // end it.
+    uint64_t InfoBytes(const Bytes& head, uint64_t) const override {
+        uint64_t pos = 8;
+        for (;;) {
+            if (pos + 8 > head.size) return pos + 8;
+            const unsigned char* c = head.data + pos;
+            if (std::memcmp(c + 4, "IDAT", 4) == 0) return pos + 8;
+            const uint64_t length =
+                (uint64_t(c[0]) << 24) | (uint32_t(c[1]) << 16) | (uint32_t(c[2]) << 8) | c[3];
+            pos += 12 + length;
+        }
     }
 
     KXRESULT Info(const Bytes& file, int32_t, FileInfo* info) const override {
@@ -221,7 +337,7 @@ class CPngBackend : public CBackend {
         if (!SizeAllowed(job.width, job.height, req.limits) ||
             !PlausibleForBytes(uint64_t(job.width) * job.height, file.size, kPixelsPerByte))
             return KXE_IMAGEFILE;
-        Target target{out, &req, {}};
+        Target target{out, &req, {}, {}, {}};
         InitJob(file, &job);
         job.wantBits = req.bits;
         job.prepare = Prepare;
@@ -235,6 +351,26 @@ class CPngBackend : public CBackend {
             out->alpha = alpha ? Bitmap::kStraight : Bitmap::kIgnore;
         }
         return KX_OK;
+    }
+
+    // 24 bits: RGB. 32 bits: RGBA, or RGB where the fourth byte holds no alpha. PNG is
+    // lossless: the quality factor has nothing to choose.
+    KXRESULT Save(const Bitmap& image, uint32_t bits, uint32_t, ByteSink* out) const override {
+        if ((bits != 24 && bits != 32) || (image.Bits() != 24 && image.Bits() != 32))
+            return KXE_IMAGEFILE;
+        Bitmap tmp;
+        const Bitmap* src = AtDepth(image, bits, &tmp, Limits());
+        if (!src) return KXE_IMAGEFILE;
+        const bool alpha = bits == 32 && src->alpha != Bitmap::kIgnore;
+        std::vector<unsigned char> row;
+        try {
+            if (alpha && src->alpha == Bitmap::kPremultiplied) row.resize(size_t(src->Width()) * 4);
+            out->clear();
+        } catch (...) {
+            return KXE_IMAGEFILE;
+        }
+        WriteJob job{out};
+        return WriteRun(*src, alpha, &job, row.data()) ? KX_OK : KXE_IMAGEFILE;
     }
 };
 

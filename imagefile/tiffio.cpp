@@ -167,12 +167,18 @@ uint32_t FileBits(const Layout& l) {
     return HasAlpha(l) ? 32 : 24;
 }
 
+// A 16-bit sample or colour map entry to 8 bits, rounded to the nearest:
+// v * 255 / 65535 is v / 257.
+uint8_t To8(uint32_t v) {
+    return uint8_t((v + 128) / 257);
+}
+
 // Rows of these layouts are read directly; every other goes through the RGBA
 // interface of libtiff.
 bool Direct(const Layout& l) {
     if (l.tiled || (l.planar != PLANARCONFIG_CONTIG && l.spp > 1)) return false;
     if (l.photometric == PHOTOMETRIC_RGB)
-        return l.bps == 8 && (l.spp == 3 || (l.spp == 4 && l.extra == 1));
+        return (l.bps == 8 || l.bps == 16) && (l.spp == 3 || (l.spp == 4 && l.extra == 1));
     if (IsGrey(l))
         return (l.spp == 1 && (l.bps == 1 || l.bps == 4 || l.bps == 8)) ||
                (l.spp == 2 && l.bps == 8 && HasAlpha(l));
@@ -197,7 +203,7 @@ KXRESULT DecodeDirect(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap
             const uint32_t n = 1u << l.bps;
             for (uint32_t i = 0; i < n; ++i)
                 out->palette[i] =
-                    uint32_t(b[i] >> 8) | (uint32_t(g[i] >> 8) << 8) | (uint32_t(r[i] >> 8) << 16);
+                    uint32_t(To8(b[i])) | (uint32_t(To8(g[i])) << 8) | (uint32_t(To8(r[i])) << 16);
             out->colors = n;
         } else {
             SetGreyPalette(out, l.bps);
@@ -207,7 +213,8 @@ KXRESULT DecodeDirect(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap
         }
     }
     const tmsize_t lineSize = TIFFScanlineSize(t);
-    const size_t need = indexed ? (size_t(l.width) * l.bps + 7) / 8 : size_t(l.width) * l.spp;
+    const size_t need =
+        indexed ? (size_t(l.width) * l.bps + 7) / 8 : size_t(l.width) * l.spp * (l.bps / 8);
     if (lineSize <= 0 || size_t(lineSize) < need) return KXE_IMAGEFILE;
     std::vector<unsigned char> line;
     try {
@@ -223,6 +230,18 @@ KXRESULT DecodeDirect(TIFF* t, const Layout& l, const DecodeRequest& req, Bitmap
         const unsigned char* s = line.data();
         if (indexed) {
             std::memcpy(d, s, need);
+            continue;
+        }
+        if (l.bps == 16) {
+            // Samples in the machine's order, as libtiff gives them.
+            for (uint32_t x = 0; x < l.width; ++x, s += 2 * l.spp, d += n) {
+                uint16_t v[4] = {0, 0, 0, 0xFFFF};
+                std::memcpy(v, s, 2 * size_t(l.spp));
+                d[0] = To8(v[2]);
+                d[1] = To8(v[1]);
+                d[2] = To8(v[0]);
+                if (n == 4) d[3] = To8(v[3]);
+            }
             continue;
         }
         for (uint32_t x = 0; x < l.width; ++x, s += l.spp, d += n) {

@@ -106,6 +106,14 @@ typedef struct tagKXIMAGEFILEDETAILS {
 // Fills `details` for the file at `path`. KX_OK or KXE_IMAGEFILE.
 KELP_API KXRESULT GetImageFileDetails(const wchar_t* path, KXIMAGEFILEDETAILS* details);
 
+// Writes an image to `path` as a PNG file: uncompressed RGB of 24 or 32 bits, colour
+// bytes in blue, green, red (alpha) order, rows as the record says (bottom-up unless
+// biHeight is negative, padded to bmiAlignment or 4 bytes). 24 bits give 8-bit RGB; 32
+// bits give RGBA, with premultiplied colours (bmiAlpha 2) divided back by their alpha,
+// or RGB where bmiAlpha says the fourth byte holds nothing (1). The file is made in
+// memory and then written. KX_OK, or KXE_IMAGEFILE with a line on the trace.
+KELP_API KXRESULT SavePNGImage(const wchar_t* path, const KXBMINFOHEADER* desc, const void* bits);
+
 } // namespace kelp
 
 // A new image file object, or null for a version above 0x10000 or when memory runs out.
