@@ -61,7 +61,6 @@ bool SetThreadAffinityMask(uint64_t mask); // the calling thread only
 KXMODULE LoadModule(const std::wstring& path); // null on failure
 void* GetSymbol(KXMODULE module, const char* name);
 bool FreeModule(KXMODULE module);
-std::string LastModuleError();
 // LoadModule that also tells why a module did not load: `error` gets a system error
 // number (that of opening the file, or ENOEXEC for a file the loader refused) and
 // `reason` the loader's own message. Both are cleared on success.
@@ -79,7 +78,6 @@ std::wstring TempDirectory();       // with a trailing '/'
 std::wstring UserConfigDirectory(); // $XDG_CONFIG_HOME or ~/.config, with a trailing '/'
 bool MakeDirectories(const std::wstring& dir);
 bool FileExists(const std::wstring& path);
-bool IsDirectory(const std::wstring& path);
 
 // Plain files, read and written whole or in large pieces. A handle is opened for
 // reading (others may read too) or created for writing (an existing file is
@@ -138,8 +136,6 @@ ThreadHandle* CreateThread(ThreadProc proc, void* arg);  // null on failure
 bool GetExitCodeThread(ThreadHandle* t, uint32_t* code); // kStillActive while running
 bool WaitThread(ThreadHandle* t, uint32_t ms);           // true once the thread has ended
 void CloseThread(ThreadHandle* t);                       // releases the handle, never the thread
-uint32_t ThreadId(ThreadHandle* t);
-uint32_t CurrentThreadId();
 
 constexpr uint32_t kTlsOutOfIndexes = 0xFFFFFFFFu;
 uint32_t TlsAlloc();

@@ -72,11 +72,6 @@ bool FileExists(const std::wstring& path) {
     return stat(ToUtf8(path).c_str(), &st) == 0;
 }
 
-bool IsDirectory(const std::wstring& path) {
-    struct stat st;
-    return stat(ToUtf8(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 struct FileHandle {
     int fd;
 };

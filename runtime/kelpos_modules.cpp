@@ -23,11 +23,6 @@ bool FreeModule(KXMODULE module) {
     return module && dlclose(module) == 0;
 }
 
-std::string LastModuleError() {
-    const char* e = dlerror();
-    return e ? e : "";
-}
-
 bool ModuleFileOf(const void* address, std::wstring* path) {
     Dl_info info;
     if (!dladdr(address, &info) || !info.dli_fname) return false;

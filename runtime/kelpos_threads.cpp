@@ -3,8 +3,6 @@
 
 #include <pthread.h>
 #include <sched.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -18,7 +16,6 @@ struct ThreadHandle {
     pthread_t thread;
     ThreadProc proc;
     void* arg;
-    std::atomic<uint32_t> tid{0};
     std::atomic<bool> done{false};
     uint32_t exitCode = kStillActive;
     std::atomic<int> refs{2}; // the owner's handle and the running thread
@@ -32,7 +29,6 @@ static void ReleaseThreadHandle(ThreadHandle* t) {
 
 static void* ThreadStart(void* p) {
     ThreadHandle* t = static_cast<ThreadHandle*>(p);
-    t->tid.store(CurrentThreadId());
     uint32_t code = t->proc(t->arg);
     {
         std::lock_guard<std::mutex> g(t->m);
@@ -80,18 +76,6 @@ bool WaitThread(ThreadHandle* t, uint32_t ms) {
 
 void CloseThread(ThreadHandle* t) {
     if (t) ReleaseThreadHandle(t);
-}
-
-uint32_t ThreadId(ThreadHandle* t) {
-    if (!t) return 0;
-    // The id is written by the new thread itself; wait the moment it takes.
-    while (t->tid.load() == 0 && !t->done.load())
-        sched_yield();
-    return t->tid.load();
-}
-
-uint32_t CurrentThreadId() {
-    return uint32_t(syscall(SYS_gettid));
 }
 
 uint32_t TlsAlloc() {

@@ -134,7 +134,7 @@ bool UnpackFont(const std::string& s, KXLOGFONTW* f) {
 // ---- one connection, for one operation
 
 class Statement {
-  public:
+public:
     Statement(sqlite3* db, const char* sql) {
         m_rc = sqlite3_prepare_v2(db, sql, -1, &m_stmt, nullptr);
     }
@@ -147,7 +147,7 @@ class Statement {
     void BindText(int i, const char* s) { sqlite3_bind_text(m_stmt, i, s, -1, SQLITE_STATIC); }
     int Step() { return sqlite3_step(m_stmt); }
 
-  private:
+private:
     sqlite3_stmt* m_stmt = nullptr;
     int m_rc;
 };
@@ -155,7 +155,7 @@ class Statement {
 enum class Kind { Store, Empty, Foreign, Damaged, Failed };
 
 class Connection {
-  public:
+public:
     ~Connection() {
         if (m_db) sqlite3_close(m_db);
     }
@@ -193,7 +193,7 @@ class Connection {
         return sqlite3_column_int(*objects, 0) == 0 ? Kind::Empty : Kind::Foreign;
     }
 
-  private:
+private:
     bool Open(const std::string& path, int flags) {
         if (m_db) sqlite3_close(m_db);
         m_db = nullptr;
@@ -283,13 +283,6 @@ void CStoreFile::SetTarget(const wchar_t* path, bool makeDirectory) {
     m_makeDirectory = makeDirectory;
     m_reportedForeign = false;
     m_lock.Leave();
-}
-
-std::wstring CStoreFile::Target() const {
-    m_lock.Enter();
-    std::wstring p = m_path;
-    m_lock.Leave();
-    return p;
 }
 
 std::wstring CStoreFile::TargetFor(bool* makeDirectory) const {
