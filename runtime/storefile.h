@@ -74,6 +74,10 @@ public:
 
 private:
     struct Value;
+    // One path for every kind of value: Value encodes and decodes the C++ types.
+    template <class T> int ReadAs(const char* section, const char* key, T out);
+    template <class T>
+    int WriteAs(const char* section, const char* key, uint32_t type, const T& value);
     bool Read(const char* section, const char* key, Value* out);
     bool Write(const char* section, const char* key, const Value& v);
     int Delete(const char* section, const char* key);
