@@ -5,10 +5,14 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <mutex>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include <kelp/mpheap.h>
+
+#include "runtime/mpheap_internal.h"
 
 namespace {
 
@@ -34,6 +38,45 @@ void MpHeap_Lookaside(benchmark::State& state, Backend b) {
         Free(b, p);
     }
     state.SetItemsProcessed(state.iterations());
+    if (b == kMpHeap) {
+        // How many of the threads ended on heap 0.
+        void* p = Allocate(b, 64);
+        state.counters["on_heap0"] = kelp::mpheap::OwnerIndex(kelp::GetMPHeap(), p) == 0;
+        Free(b, p);
+    }
+}
+
+// Puts the calling thread on heap `index` as the designed rules would after a collision:
+// a helper holds every other heap's lock while the thread makes one allocation that is
+// never cached, so the thread moves on to the one free heap and stays there.
+void MoveToHeap(uint32_t index) {
+    static std::mutex oneAtATime;
+    std::lock_guard<std::mutex> g(oneAtATime);
+    kelp::HMPHEAP h = kelp::GetMPHeap();
+    const uint32_t n = kelp::mpheap::HeapCount(h);
+    std::atomic<bool> held{false}, done{false};
+    std::thread helper([&] {
+        for (uint32_t k = 0; k < n; ++k)
+            if (k != index) kelp::mpheap::HeapLock(h, k)->Enter();
+        held = true;
+        while (!done)
+            std::this_thread::yield();
+        for (uint32_t k = 0; k < n; ++k)
+            if (k != index) kelp::mpheap::HeapLock(h, k)->Leave();
+    });
+    while (!held)
+        std::this_thread::yield();
+    kelp::MpHeapFree(h, kelp::MpHeapAlloc(h, 0, 4000));
+    done = true;
+    helper.join();
+}
+
+// The look-aside loop with every thread on a heap of its own from the start: what the
+// threads cost once they have met, for comparison with MpHeap_Lookaside, where they
+// start on heap 0 together and meet no lock that would part them.
+void MpHeap_Lookaside_Parted(benchmark::State& state) {
+    MoveToHeap(uint32_t(state.thread_index()));
+    MpHeap_Lookaside(state, kMpHeap);
 }
 
 // What the look-aside path cannot do without: one exchange to take a cached block and
@@ -79,6 +122,7 @@ void MpHeap_Mixed(benchmark::State& state, Backend b) {
 
 BENCHMARK_CAPTURE(MpHeap_Lookaside, mpheap, kMpHeap)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK_CAPTURE(MpHeap_Lookaside, malloc, kMalloc)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(MpHeap_Lookaside_Parted)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK(MpHeap_Lookaside_AtomicsOnly)->Threads(1)->UseRealTime();
 BENCHMARK_CAPTURE(MpHeap_Mixed, mpheap, kMpHeap)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK_CAPTURE(MpHeap_Mixed, malloc, kMalloc)->Threads(1)->Threads(2)->UseRealTime();

@@ -21,8 +21,7 @@ const module::GlobalEntry kGlobals[] = {
      module::DestroyDualVirtAllocators},
     {"heap thread-local slot", module::ConstructHeapThreadSlot, module::DestroyHeapThreadSlot},
     {"bad_alloc object", module::ConstructBadAlloc, module::DestroyBadAlloc},
-    {"processor functions", module::ConstructEnhancedFunctions,
-     module::DestroyEnhancedFunctions},
+    {"processor functions", module::ConstructEnhancedFunctions, module::DestroyEnhancedFunctions},
     {"thread registration hook", module::ConstructThreadHook, module::DestroyThreadHook},
     {"event names", module::ConstructEventNames, module::DestroyEventNames},
     // conversion manager: list, map and lock
@@ -31,7 +30,6 @@ const module::GlobalEntry kGlobals[] = {
     {"process heap allocator", module::ConstructCppAllocator, module::DestroyCppAllocator},
 };
 
-bool g_attached = false;
 KXMODULE g_module = nullptr;
 std::wstring* g_moduleFile = nullptr;
 std::wstring* g_modulePath = nullptr;
@@ -55,7 +53,6 @@ __attribute__((constructor)) void ModuleAttach() {
         if (g.construct) g.construct();
     StoreModuleIdentity();
     dbgInit();
-    g_attached = true;
 }
 
 __attribute__((destructor)) void ModuleDetach() {
@@ -65,16 +62,19 @@ __attribute__((destructor)) void ModuleDetach() {
     delete g_moduleFile;
     delete g_modulePath;
     g_moduleFile = g_modulePath = nullptr;
-    g_attached = false;
     MpHeapEnd(); // last of all
 }
 
 } // namespace
 
-bool module::Attached() { return g_attached; }
-
-KXMODULE GetKELPModule() { return g_module; }
-const wchar_t* GetKELPModuleFile() { return g_moduleFile ? g_moduleFile->c_str() : L""; }
-const wchar_t* GetKELPModulePath() { return g_modulePath ? g_modulePath->c_str() : L""; }
+KXMODULE GetKELPModule() {
+    return g_module;
+}
+const wchar_t* GetKELPModuleFile() {
+    return g_moduleFile ? g_moduleFile->c_str() : L"";
+}
+const wchar_t* GetKELPModulePath() {
+    return g_modulePath ? g_modulePath->c_str() : L"";
+}
 
 } // namespace kelp

@@ -41,8 +41,5 @@ void DestroyThreadHook();
 void ConstructEventNames();
 void DestroyEventNames();
 
-// Set while the module's constructor runs and cleared when its teardown ends.
-bool Attached();
-
 } // namespace module
 } // namespace kelp

@@ -11,14 +11,6 @@
 #include <vector>
 
 namespace kelp {
-
-// A value as the table holds it: integers in `i`, text (UTF-8) and records in `bytes`.
-struct CStoreFile::Value {
-    uint32_t type = 0;
-    int64_t i = 0;
-    std::string bytes;
-};
-
 namespace {
 
 constexpr int32_t kApplicationId = 0x4B454C50; // "KELP": marks a file as a settings store
@@ -134,7 +126,7 @@ bool UnpackFont(const std::string& s, KXLOGFONTW* f) {
 // ---- one connection, for one operation
 
 class Statement {
-  public:
+public:
     Statement(sqlite3* db, const char* sql) {
         m_rc = sqlite3_prepare_v2(db, sql, -1, &m_stmt, nullptr);
     }
@@ -147,7 +139,7 @@ class Statement {
     void BindText(int i, const char* s) { sqlite3_bind_text(m_stmt, i, s, -1, SQLITE_STATIC); }
     int Step() { return sqlite3_step(m_stmt); }
 
-  private:
+private:
     sqlite3_stmt* m_stmt = nullptr;
     int m_rc;
 };
@@ -155,7 +147,7 @@ class Statement {
 enum class Kind { Store, Empty, Foreign, Damaged, Failed };
 
 class Connection {
-  public:
+public:
     ~Connection() {
         if (m_db) sqlite3_close(m_db);
     }
@@ -193,7 +185,7 @@ class Connection {
         return sqlite3_column_int(*objects, 0) == 0 ? Kind::Empty : Kind::Foreign;
     }
 
-  private:
+private:
     bool Open(const std::string& path, int flags) {
         if (m_db) sqlite3_close(m_db);
         m_db = nullptr;
@@ -267,7 +259,172 @@ bool ValidName(const char* section, const char* key) {
     return section && key;
 }
 
+// The type column at `col` and the value column after it, as the table holds them.
+uint32_t TakeValue(sqlite3_stmt* q, int col, int64_t* i, std::string* bytes) {
+    uint32_t type = uint32_t(sqlite3_column_int64(q, col));
+    if (IsInteger(type)) {
+        *i = sqlite3_column_int64(q, col + 1);
+    } else {
+        const void* b = sqlite3_column_blob(q, col + 1);
+        int n = sqlite3_column_bytes(q, col + 1);
+        bytes->assign(static_cast<const char*>(b ? b : ""), size_t(n > 0 ? n : 0));
+    }
+    return type;
+}
+
+// Tells, once for each target, that its file is not a settings store or is damaged:
+// such a file is read as empty and never written.
+class ForeignReport {
+public:
+    ForeignReport(os::CriticalSection& lock, bool& reported, const std::wstring& path)
+        : m_lock(lock), m_reported(reported), m_path(path) {}
+    // What the open file is, reported if it is not ours.
+    Kind Examine(Connection& c) {
+        Kind kind = c.Identify();
+        if (kind == Kind::Foreign || kind == Kind::Damaged) Report(kind);
+        return kind;
+    }
+    // The same, told by the error of a failed open or first statement; true if reported.
+    bool ExamineError(const Connection& c) {
+        int rc = c.ErrorCode();
+        if (rc != SQLITE_NOTADB && rc != SQLITE_CORRUPT) return false;
+        Report(rc == SQLITE_CORRUPT ? Kind::Damaged : Kind::Foreign);
+        return true;
+    }
+
+private:
+    void Report(Kind kind) {
+        m_lock.Enter();
+        bool first = !m_reported;
+        m_reported = true;
+        m_lock.Leave();
+        if (!first) return;
+        if (kind == Kind::Damaged)
+            dbgPrintf(8, 2,
+                      L"CStoreFile: '%s' is damaged; it is read as empty and left untouched\r\n",
+                      m_path.c_str());
+        else
+            dbgPrintf(8, 2,
+                      L"CStoreFile: '%s' is not a settings store; it is read as empty and left "
+                      L"untouched\r\n",
+                      m_path.c_str());
+    }
+    os::CriticalSection& m_lock;
+    bool& m_reported;
+    const std::wstring& m_path;
+};
+
 } // namespace
+
+// A value as the table holds it: integers in `i`, text (UTF-8) and records in `bytes`.
+// Put encodes each type that a write takes and Get decodes each type that a read gives;
+// a Get fails when the stored kind does not give that type, and then writes nothing.
+struct CStoreFile::Value {
+    uint32_t type = 0;
+    int64_t i = 0;
+    std::string bytes;
+
+    // A caller's buffer for text or bytes, with its room (in characters for text).
+    template <class C> struct Buffer {
+        C* data;
+        uint32_t size;
+    };
+    struct Bytes {
+        const void* data;
+        uint32_t size;
+    };
+
+    bool Put(int32_t x) {
+        i = x;
+        return true;
+    }
+    bool Put(uint32_t x) {
+        i = int64_t(x);
+        return true;
+    }
+    bool Put(int64_t x) {
+        i = x;
+        return true;
+    }
+    bool Put(uint64_t x) {
+        i = int64_t(x);
+        return true;
+    }
+    bool Put(const wchar_t* s) {
+        if (!s) return false;
+        bytes = os::ToUtf8(s);
+        return true;
+    }
+    bool Put(const char* s) {
+        if (!s) return false;
+        bytes = s;
+        return true;
+    }
+    bool Put(const KXGUID& g) {
+        bytes = PackGuid(g);
+        return true;
+    }
+    bool Put(const KXRECT& r) {
+        bytes = PackRect(r);
+        return true;
+    }
+    bool Put(const KXLOGFONTW& f) {
+        bytes = PackFont(f);
+        return true;
+    }
+    bool Put(Bytes b) {
+        if (!b.data && b.size) return false;
+        if (b.size) bytes.assign(static_cast<const char*>(b.data), b.size);
+        return true;
+    }
+
+    // A 32-bit read takes the low word of a 32-bit kind; a 64-bit read takes any integer.
+    bool Get(int32_t* x) const {
+        if (!Is32(type)) return false;
+        *x = int32_t(uint32_t(i));
+        return true;
+    }
+    bool Get(uint32_t* x) const {
+        if (!Is32(type)) return false;
+        *x = uint32_t(i);
+        return true;
+    }
+    bool Get(int64_t* x) const {
+        if (!IsInteger(type)) return false;
+        *x = i;
+        return true;
+    }
+    bool Get(uint64_t* x) const {
+        if (!IsInteger(type)) return false;
+        *x = uint64_t(i);
+        return true;
+    }
+    bool Get(KXGUID* g) const { return type == KXCFG_GUID && UnpackGuid(bytes, g); }
+    bool Get(KXRECT* r) const { return type == KXCFG_RECT && UnpackRect(bytes, r); }
+    bool Get(KXLOGFONTW* f) const { return type == KXCFG_FONT && UnpackFont(bytes, f); }
+    bool Get(Buffer<wchar_t> b) const {
+        if (!IsText(type)) return false;
+        std::wstring w = os::FromUtf8(bytes);
+        if (w.size() + 1 > b.size) return false;
+        std::memcpy(b.data, w.c_str(), (w.size() + 1) * sizeof(wchar_t));
+        return true;
+    }
+    bool Get(Buffer<char> b) const {
+        if (!IsText(type) || bytes.size() + 1 > b.size) return false;
+        std::memcpy(b.data, bytes.c_str(), bytes.size() + 1);
+        return true;
+    }
+    bool Get(Buffer<void> b) const {
+        if (type != KXCFG_BIN || bytes.size() > b.size || (!b.data && !bytes.empty())) return false;
+        if (!bytes.empty()) std::memcpy(b.data, bytes.data(), bytes.size());
+        return true;
+    }
+
+    // A text buffer without room is refused before the file is opened.
+    template <class T> static bool Usable(const T&) { return true; }
+    template <class C> static bool Usable(Buffer<C> b) { return b.data && b.size; }
+    static bool Usable(Buffer<void>) { return true; }
+};
 
 // ---------------------------------------------------------------- target
 
@@ -285,13 +442,6 @@ void CStoreFile::SetTarget(const wchar_t* path, bool makeDirectory) {
     m_lock.Leave();
 }
 
-std::wstring CStoreFile::Target() const {
-    m_lock.Enter();
-    std::wstring p = m_path;
-    m_lock.Leave();
-    return p;
-}
-
 std::wstring CStoreFile::TargetFor(bool* makeDirectory) const {
     m_lock.Enter();
     std::wstring p = m_path;
@@ -302,50 +452,19 @@ std::wstring CStoreFile::TargetFor(bool* makeDirectory) const {
 
 // ---------------------------------------------------------------- core
 
-namespace {
-// Reports once per target that the file is left alone.
-void ReportForeign(const std::wstring& path, Kind kind, os::CriticalSection& lock, bool& reported) {
-    lock.Enter();
-    bool first = !reported;
-    reported = true;
-    lock.Leave();
-    if (!first) return;
-    if (kind == Kind::Damaged)
-        dbgPrintf(8, 2, L"CStoreFile: '%s' is damaged; it is read as empty and left untouched\r\n",
-                  path.c_str());
-    else
-        dbgPrintf(8, 2,
-                  L"CStoreFile: '%s' is not a settings store; it is read as empty and left "
-                  L"untouched\r\n",
-                  path.c_str());
-}
-} // namespace
-
 bool CStoreFile::Read(const char* section, const char* key, Value* out) {
     if (!ValidName(section, key)) return false;
     std::wstring path = TargetFor(nullptr);
     if (path.empty() || !os::FileExists(path)) return false;
+    ForeignReport foreign(m_lock, m_reportedForeign, path);
     Connection c;
-    if (!c.OpenForRead(os::ToUtf8(path))) return false;
-    Kind kind = c.Identify();
-    if (kind == Kind::Foreign || kind == Kind::Damaged) {
-        ReportForeign(path, kind, m_lock, m_reportedForeign);
-        return false;
-    }
-    if (kind != Kind::Store) return false;
+    if (!c.OpenForRead(os::ToUtf8(path)) || foreign.Examine(c) != Kind::Store) return false;
     Statement q(c.Db(), "SELECT type, value FROM settings WHERE section = ?1 AND key = ?2");
     if (!q.Ok()) return false;
     q.BindText(1, section);
     q.BindText(2, key);
     if (q.Step() != SQLITE_ROW) return false;
-    out->type = uint32_t(sqlite3_column_int64(*q, 0));
-    if (IsInteger(out->type)) {
-        out->i = sqlite3_column_int64(*q, 1);
-    } else {
-        const void* b = sqlite3_column_blob(*q, 1);
-        int n = sqlite3_column_bytes(*q, 1);
-        out->bytes.assign(static_cast<const char*>(b ? b : ""), size_t(n > 0 ? n : 0));
-    }
+    out->type = TakeValue(*q, 0, &out->i, &out->bytes);
     return true;
 }
 
@@ -355,6 +474,7 @@ bool CStoreFile::Write(const char* section, const char* key, const Value& v) {
     std::wstring path = TargetFor(&makeDirectory);
     if (path.empty()) return false;
     if (makeDirectory) os::MakeDirectories(os::RemoveFileName(path));
+    ForeignReport foreign(m_lock, m_reportedForeign, path);
     Connection c;
     if (!c.OpenForWrite(os::ToUtf8(path))) {
         dbgPrintf(8, 2, L"CStoreFile: cannot write '%s': %hs\r\n", path.c_str(), c.ErrorText());
@@ -362,16 +482,12 @@ bool CStoreFile::Write(const char* section, const char* key, const Value& v) {
     }
     // Take the write lock first, so that two writers queue on the busy timeout.
     if (c.Exec("BEGIN IMMEDIATE") != SQLITE_OK) {
-        int rc = c.ErrorCode();
-        if (rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT)
-            ReportForeign(path, rc == SQLITE_CORRUPT ? Kind::Damaged : Kind::Foreign, m_lock,
-                          m_reportedForeign);
-        else
+        if (!foreign.ExamineError(c))
             dbgPrintf(8, 2, L"CStoreFile: cannot write '%s': %hs\r\n", path.c_str(), c.ErrorText());
         return false;
     }
     bool ok = false;
-    Kind kind = c.Identify();
+    Kind kind = foreign.Examine(c);
     if (kind == Kind::Empty) {
         std::string mark = "PRAGMA application_id=" + std::to_string(kApplicationId);
         ok = c.Exec(mark.c_str()) == SQLITE_OK && c.Exec(kCreateTable) == SQLITE_OK;
@@ -379,7 +495,6 @@ bool CStoreFile::Write(const char* section, const char* key, const Value& v) {
         ok = c.Exec(kCreateTable) == SQLITE_OK;
     } else if (kind == Kind::Foreign || kind == Kind::Damaged) {
         c.Exec("ROLLBACK");
-        ReportForeign(path, kind, m_lock, m_reportedForeign);
         return false;
     }
     if (ok) {
@@ -412,19 +527,14 @@ int CStoreFile::Delete(const char* section, const char* key) {
     if (!section) return 0;
     std::wstring path = TargetFor(nullptr);
     if (path.empty() || !os::FileExists(path)) return 0;
+    ForeignReport foreign(m_lock, m_reportedForeign, path);
     Connection c;
     if (!c.OpenForWrite(os::ToUtf8(path)) || c.Exec("BEGIN IMMEDIATE") != SQLITE_OK) {
-        int rc = c.ErrorCode();
-        if (rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT)
-            ReportForeign(path, rc == SQLITE_CORRUPT ? Kind::Damaged : Kind::Foreign, m_lock,
-                          m_reportedForeign);
+        foreign.ExamineError(c);
         return 0;
     }
-    Kind kind = c.Identify();
-    if (kind != Kind::Store) {
+    if (foreign.Examine(c) != Kind::Store) {
         c.Exec("ROLLBACK");
-        if (kind == Kind::Foreign || kind == Kind::Damaged)
-            ReportForeign(path, kind, m_lock, m_reportedForeign);
         return 0;
     }
     Statement del(c.Db(), key ? "DELETE FROM settings WHERE section = ?1 AND key = ?2"
@@ -441,194 +551,116 @@ int CStoreFile::Delete(const char* section, const char* key) {
     return 0;
 }
 
-// ---------------------------------------------------------------- reads
+// ---------------------------------------------------------------- typed reads and writes
+
+template <class T> int CStoreFile::ReadAs(const char* section, const char* key, T out) {
+    Value v;
+    return Value::Usable(out) && Read(section, key, &v) && v.Get(out) ? 1 : 0;
+}
+
+template <class T>
+int CStoreFile::WriteAs(const char* section, const char* key, uint32_t type, const T& value) {
+    Value v;
+    v.type = type;
+    return v.Put(value) && Write(section, key, v) ? 1 : 0;
+}
 
 int CStoreFile::ReadSettingInt(const char* section, const char* key, int& value) {
-    Value v;
-    if (!Read(section, key, &v) || !Is32(v.type)) return 0;
-    value = int(uint32_t(v.i));
-    return 1;
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingBool(const char* section, const char* key, int& value) {
-    return ReadSettingInt(section, key, value);
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingUInt(const char* section, const char* key, unsigned int& value) {
-    Value v;
-    if (!Read(section, key, &v) || !Is32(v.type)) return 0;
-    value = unsigned(uint32_t(v.i));
-    return 1;
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingDWORD(const char* section, const char* key, uint32_t& value) {
-    Value v;
-    if (!Read(section, key, &v) || !Is32(v.type)) return 0;
-    value = uint32_t(v.i);
-    return 1;
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingColor(const char* section, const char* key, uint32_t& value) {
-    return ReadSettingDWORD(section, key, value);
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingInt64(const char* section, const char* key, int64_t& value) {
-    Value v;
-    if (!Read(section, key, &v) || !IsInteger(v.type)) return 0;
-    value = v.i;
-    return 1;
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingUInt64(const char* section, const char* key, uint64_t& value) {
-    Value v;
-    if (!Read(section, key, &v) || !IsInteger(v.type)) return 0;
-    value = uint64_t(v.i);
-    return 1;
+    return ReadAs(section, key, &value);
 }
-
 int CStoreFile::ReadSettingString(const char* section, const char* key, wchar_t* buffer,
                                   uint32_t size) {
-    Value v;
-    if (!buffer || size == 0 || !Read(section, key, &v) || !IsText(v.type)) return 0;
-    std::wstring w = os::FromUtf8(v.bytes);
-    if (w.size() + 1 > size) return 0;
-    std::memcpy(buffer, w.c_str(), (w.size() + 1) * sizeof(wchar_t));
-    return 1;
+    return ReadAs(section, key, Value::Buffer<wchar_t>{buffer, size});
 }
 int CStoreFile::ReadSettingStringW(const char* section, const char* key, wchar_t* buffer,
                                    uint32_t size) {
-    return ReadSettingString(section, key, buffer, size);
+    return ReadAs(section, key, Value::Buffer<wchar_t>{buffer, size});
 }
 int CStoreFile::ReadSettingPath(const char* section, const char* key, wchar_t* buffer) {
-    return ReadSettingString(section, key, buffer, KX_MAX_PATH);
+    return ReadAs(section, key, Value::Buffer<wchar_t>{buffer, KX_MAX_PATH});
 }
 int CStoreFile::ReadSettingStringA(const char* section, const char* key, char* buffer,
                                    uint32_t size) {
-    Value v;
-    if (!buffer || size == 0 || !Read(section, key, &v) || !IsText(v.type)) return 0;
-    if (v.bytes.size() + 1 > size) return 0;
-    std::memcpy(buffer, v.bytes.c_str(), v.bytes.size() + 1);
-    return 1;
+    return ReadAs(section, key, Value::Buffer<char>{buffer, size});
 }
-
 int CStoreFile::ReadSettingGUID(const char* section, const char* key, KXGUID& value) {
-    Value v;
-    KXGUID g;
-    if (!Read(section, key, &v) || v.type != KXCFG_GUID || !UnpackGuid(v.bytes, &g)) return 0;
-    value = g;
-    return 1;
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingRect(const char* section, const char* key, KXRECT& value) {
-    Value v;
-    KXRECT r;
-    if (!Read(section, key, &v) || v.type != KXCFG_RECT || !UnpackRect(v.bytes, &r)) return 0;
-    value = r;
-    return 1;
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingFont(const char* section, const char* key, KXLOGFONTW& value) {
-    Value v;
-    KXLOGFONTW f;
-    if (!Read(section, key, &v) || v.type != KXCFG_FONT || !UnpackFont(v.bytes, &f)) return 0;
-    value = f;
-    return 1;
+    return ReadAs(section, key, &value);
 }
 int CStoreFile::ReadSettingBin(const char* section, const char* key, void* buffer, uint32_t size) {
-    Value v;
-    if (!Read(section, key, &v) || v.type != KXCFG_BIN) return 0;
-    if (v.bytes.size() > size || (!buffer && !v.bytes.empty())) return 0;
-    if (!v.bytes.empty()) std::memcpy(buffer, v.bytes.data(), v.bytes.size());
-    return 1;
+    return ReadAs(section, key, Value::Buffer<void>{buffer, size});
 }
-
-// ---------------------------------------------------------------- writes
 
 int CStoreFile::WriteSettingInt(const char* section, const char* key, int value) {
-    Value v;
-    v.type = KXCFG_INT;
-    v.i = int64_t(int32_t(value));
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_INT, int32_t(value));
 }
 int CStoreFile::WriteSettingBool(const char* section, const char* key, int value) {
-    Value v;
-    v.type = KXCFG_BOOL;
-    v.i = int64_t(int32_t(value));
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_BOOL, int32_t(value));
 }
 int CStoreFile::WriteSettingUInt(const char* section, const char* key, unsigned int value) {
-    Value v;
-    v.type = KXCFG_UINT;
-    v.i = int64_t(uint32_t(value));
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_UINT, uint32_t(value));
 }
 int CStoreFile::WriteSettingDWORD(const char* section, const char* key, uint32_t value) {
-    Value v;
-    v.type = KXCFG_DWORD;
-    v.i = int64_t(value);
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_DWORD, value);
 }
 int CStoreFile::WriteSettingColor(const char* section, const char* key, const uint32_t& value) {
-    Value v;
-    v.type = KXCFG_COLOR;
-    v.i = int64_t(value);
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_COLOR, value);
 }
 int CStoreFile::WriteSettingInt64(const char* section, const char* key, int64_t value) {
-    Value v;
-    v.type = KXCFG_INT64;
-    v.i = value;
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_INT64, value);
 }
 int CStoreFile::WriteSettingUInt64(const char* section, const char* key, uint64_t value) {
-    Value v;
-    v.type = KXCFG_UINT64;
-    v.i = int64_t(value);
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_UINT64, value);
 }
-
 int CStoreFile::WriteSettingString(const char* section, const char* key, const wchar_t* value) {
-    if (!value) return 0;
-    Value v;
-    v.type = KXCFG_STRING;
-    v.bytes = os::ToUtf8(value);
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_STRING, value);
 }
 int CStoreFile::WriteSettingStringW(const char* section, const char* key, const wchar_t* value) {
-    return WriteSettingString(section, key, value);
+    return WriteAs(section, key, KXCFG_STRING, value);
 }
 int CStoreFile::WriteSettingPath(const char* section, const char* key, const wchar_t* value) {
-    if (!value || std::wcslen(value) >= KX_MAX_PATH) return 0;
-    Value v;
-    v.type = KXCFG_PATH;
-    v.bytes = os::ToUtf8(value);
-    return Write(section, key, v) ? 1 : 0;
+    // A path must fit the buffer that ReadSettingPath fills.
+    if (value && std::wcslen(value) >= KX_MAX_PATH) return 0;
+    return WriteAs(section, key, KXCFG_PATH, value);
 }
 int CStoreFile::WriteSettingStringA(const char* section, const char* key, const char* value) {
-    if (!value) return 0;
-    Value v;
-    v.type = KXCFG_STRINGA;
-    v.bytes = value;
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_STRINGA, value);
 }
-
 int CStoreFile::WriteSettingGUID(const char* section, const char* key, const KXGUID& value) {
-    Value v;
-    v.type = KXCFG_GUID;
-    v.bytes = PackGuid(value);
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_GUID, value);
 }
 int CStoreFile::WriteSettingRect(const char* section, const char* key, const KXRECT& value) {
-    Value v;
-    v.type = KXCFG_RECT;
-    v.bytes = PackRect(value);
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_RECT, value);
 }
 int CStoreFile::WriteSettingFont(const char* section, const char* key, const KXLOGFONTW& value) {
-    Value v;
-    v.type = KXCFG_FONT;
-    v.bytes = PackFont(value);
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_FONT, value);
 }
 int CStoreFile::WriteSettingBin(const char* section, const char* key, const void* buffer,
                                 uint32_t size) {
-    if (!buffer && size) return 0;
-    Value v;
-    v.type = KXCFG_BIN;
-    if (size) v.bytes.assign(static_cast<const char*>(buffer), size);
-    return Write(section, key, v) ? 1 : 0;
+    return WriteAs(section, key, KXCFG_BIN, Value::Bytes{buffer, size});
 }
 
 // ---------------------------------------------------------------- queries
@@ -646,12 +678,9 @@ int CStoreFile::QueryKey(const char* section) {
     if (!section) return 0;
     std::wstring path = TargetFor(nullptr);
     if (path.empty() || !os::FileExists(path)) return 0;
+    ForeignReport foreign(m_lock, m_reportedForeign, path);
     Connection c;
-    if (!c.OpenForRead(os::ToUtf8(path))) return 0;
-    Kind kind = c.Identify();
-    if (kind == Kind::Foreign || kind == Kind::Damaged)
-        ReportForeign(path, kind, m_lock, m_reportedForeign);
-    if (kind != Kind::Store) return 0;
+    if (!c.OpenForRead(os::ToUtf8(path)) || foreign.Examine(c) != Kind::Store) return 0;
     Statement q(c.Db(), "SELECT 1 FROM settings WHERE section = ?1 LIMIT 1");
     if (!q.Ok()) return 0;
     q.BindText(1, section);
@@ -671,13 +700,11 @@ int CStoreFile::EnumSettings(KXCFGENUMPROC proc, uint32_t user) {
     if (os::FileExists(path)) {
         // Everything is read first and the file closed before the first call, so that
         // the callback may write settings.
+        ForeignReport foreign(m_lock, m_reportedForeign, path);
         Connection c;
         if (!c.OpenForRead(os::ToUtf8(path))) return 0;
-        Kind kind = c.Identify();
-        if (kind == Kind::Foreign || kind == Kind::Damaged) {
-            ReportForeign(path, kind, m_lock, m_reportedForeign);
-            return 0;
-        }
+        Kind kind = foreign.Examine(c);
+        if (kind == Kind::Foreign || kind == Kind::Damaged) return 0;
         if (kind == Kind::Store) {
             Statement q(c.Db(), "SELECT section, key, type, value FROM settings "
                                 "ORDER BY section, key");
@@ -689,16 +716,9 @@ int CStoreFile::EnumSettings(KXCFGENUMPROC proc, uint32_t user) {
                     const unsigned char* k = sqlite3_column_text(*q, 1);
                     r.name = std::string(s ? reinterpret_cast<const char*>(s) : "") + "\\" +
                              (k ? reinterpret_cast<const char*>(k) : "");
-                    r.type = uint32_t(sqlite3_column_int64(*q, 2));
                     int64_t i = 0;
                     std::string raw;
-                    if (IsInteger(r.type)) {
-                        i = sqlite3_column_int64(*q, 3);
-                    } else {
-                        const void* b = sqlite3_column_blob(*q, 3);
-                        int n = sqlite3_column_bytes(*q, 3);
-                        raw.assign(static_cast<const char*>(b ? b : ""), size_t(n > 0 ? n : 0));
-                    }
+                    r.type = TakeValue(*q, 2, &i, &raw);
                     r.form = FormOf(r.type, i, raw);
                     rows.push_back(std::move(r));
                 }

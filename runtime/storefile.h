@@ -19,7 +19,7 @@
 namespace kelp {
 
 class CStoreFile {
-  public:
+public:
     explicit CStoreFile(const wchar_t* path = nullptr);
     ~CStoreFile();
     CStoreFile(const CStoreFile&) = delete;
@@ -28,7 +28,6 @@ class CStoreFile {
     // Directs all further operations to `path` (null: none, every operation fails).
     // With `makeDirectory`, the file's directory is created on the first write.
     void SetTarget(const wchar_t* path, bool makeDirectory = false);
-    std::wstring Target() const;
 
     int ReadSettingInt(const char* section, const char* key, int& value);
     int ReadSettingInt64(const char* section, const char* key, int64_t& value);
@@ -73,8 +72,12 @@ class CStoreFile {
     // How long a write waits for another process's write, in milliseconds.
     static constexpr int kBusyTimeoutMs = 30000;
 
-  private:
+private:
     struct Value;
+    // One path for every kind of value: Value encodes and decodes the C++ types.
+    template <class T> int ReadAs(const char* section, const char* key, T out);
+    template <class T>
+    int WriteAs(const char* section, const char* key, uint32_t type, const T& value);
     bool Read(const char* section, const char* key, Value* out);
     bool Write(const char* section, const char* key, const Value& v);
     int Delete(const char* section, const char* key);

@@ -35,12 +35,11 @@ void RegisterThread(os::ThreadHandle* t, const wchar_t* name) {
             return;
         }
         // The platform's naming call stands where a host's naming library would be
-        // loaded; this platform always has it.
+        // loaded; this platform always has it, so the look-up cannot fail.
         if (!h->entry) h->entry = &os::SetThreadName;
-        if (!h->entry) h->failed = true;
         NameEntry entry = h->entry;
         h->lock.Leave();
-        if (entry) entry(t, os::ToUtf8(name));
+        entry(t, os::ToUtf8(name));
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {

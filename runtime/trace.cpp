@@ -17,6 +17,8 @@ namespace {
 wchar_t g_fallbackBuffer[1024];
 
 void FallbackPrint(unsigned, unsigned, const wchar_t* format, va_list args) {
+    // Text that no stream takes is not formatted at all.
+    if (!os::DebugOutputEnabled()) return;
     kelpFormatV(g_fallbackBuffer, 1024, format, args);
     os::DebugOutput(g_fallbackBuffer);
 }

@@ -357,8 +357,10 @@ TEST(CfgStore, FileThatIsNotAStoreIsLeftUntouched) {
         EXPECT_EQ(v, 5);
         EXPECT_FALSE(cfg.WriteSettingInt("S", "k", 1));
         EXPECT_FALSE(cfg.DeleteKey("S"));
+        // Enumerating a file that is not ours lists nothing and fails.
         bool ok = true;
         EXPECT_TRUE(Enumerate(cfg, 0, &ok).empty());
+        EXPECT_FALSE(ok);
         EXPECT_EQ(ReadFile(temp.UserFile()), bytes);
         std::wstring expected = L"CStoreFile: '" + kelp::os::FromUtf8(temp.UserFile()) +
                                 L"' is not a settings store; it is read as empty and left "

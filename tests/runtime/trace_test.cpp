@@ -16,7 +16,8 @@ namespace {
 // Counts the lines of a text.
 int Lines(const std::wstring& s) {
     int n = 0;
-    for (wchar_t c : s) n += c == L'\n';
+    for (wchar_t c : s)
+        n += c == L'\n';
     return n;
 }
 } // namespace
@@ -38,7 +39,8 @@ TEST(Trace, SinkReceivesAreaLevelAndTextOnlyWhenActive) {
 
 TEST(Trace, MemoryDumpLines) {
     unsigned char bytes[17];
-    for (int i = 0; i < 17; ++i) bytes[i] = static_cast<unsigned char>(i * 16 + 1);
+    for (int i = 0; i < 17; ++i)
+        bytes[i] = static_cast<unsigned char>(i * 16 + 1);
     struct Case {
         int size;
         int lines;
@@ -49,7 +51,8 @@ TEST(Trace, MemoryDumpLines) {
         std::wstring text = SinkText(8);
         EXPECT_EQ(Lines(text), c.lines) << c.size;
         EXPECT_EQ(text.substr(0, 17), L"buf: Memory Dump\n");
-        for (auto& l : SinkLines()) EXPECT_EQ(l.level, 31u);
+        for (auto& l : SinkLines())
+            EXPECT_EQ(l.level, 31u);
     }
     SinkClear();
     kelp::dbgMem(L"m", bytes, 2, 8);
@@ -83,7 +86,8 @@ TEST(Trace, ExceptionReports) {
                            L"*** ExceptionCode: C0000005\n"
                            L"*** ExceptionFlags: 00000000 (cont)\n"
                            L"*** ExceptionAddress: 00001234\n");
-    for (auto& l : SinkLines()) EXPECT_EQ(l.level, 0u);
+    for (auto& l : SinkLines())
+        EXPECT_EQ(l.level, 0u);
 
     SinkClear();
     std::runtime_error e("went wrong");
@@ -93,16 +97,35 @@ TEST(Trace, ExceptionReports) {
                            L"None: *** EXCEPTION OCCURED ***\n");
 }
 
+// A caller that goes on after its assertion, as every caller in the library does.
+int AssertThenGoOn(const char* expression, const char* file, unsigned line, int area) {
+    kelp::dbgAssert(expression, file, line, area);
+    return 7;
+}
+
 TEST(Trace, AssertionReportsAndReturns) {
-    SinkClear();
-    bool returned = false;
-    kelp::dbgAssert("FALSE", ".\\kelpimg", 123, 8);
-    returned = true;
-    EXPECT_TRUE(returned);
-    auto lines = SinkLines();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].level, 2u);
-    EXPECT_EQ(lines[0].text, L"ASSERTION FAILED!\nFALSE ,.\\kelpimg, 123");
+    const struct {
+        const char* expression;
+        const char* file;
+        unsigned line;
+        int area;
+        const wchar_t* text;
+    } cases[] = {
+        {"FALSE", ".\\kelpimg", 123, 8, L"ASSERTION FAILED!\nFALSE ,.\\kelpimg, 123"},
+        {"CloseHandle(m_hEvent)", ".\\kelpos", 480, 89,
+         L"ASSERTION FAILED!\nCloseHandle(m_hEvent) ,.\\kelpos, 480"},
+    };
+    for (const auto& c : cases) {
+        SinkClear();
+        int result = 0;
+        EXPECT_NO_THROW(result = AssertThenGoOn(c.expression, c.file, c.line, c.area));
+        EXPECT_EQ(result, 7);
+        auto lines = SinkLines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].area, unsigned(c.area));
+        EXPECT_EQ(lines[0].level, 2u);
+        EXPECT_EQ(lines[0].text, c.text);
+    }
 }
 
 TEST(Trace, UnboundFacilityFallsBackWithEveryLevelActive) {
