@@ -1,5 +1,8 @@
-# make demo | make test | make bench — each installs what is missing first.
+# make demo | make test | make bench — each installs what is missing first. On a machine
+# without make, ./run demo | ./run test | ./run bench install it (and all else) first.
 # make test SANITIZE=address,undefined builds and tests with sanitizers in build-san/.
+# make deps-check: the builds used nothing that scripts/deps does not install.
+# make fresh-check: ./run test on a freshly made Debian 12 root (root only; heavy).
 SANITIZE ?=
 ifeq ($(SANITIZE),)
 BUILD ?= build
@@ -11,7 +14,7 @@ endif
 JOBS ?= 2
 DEMO_OUT ?= demo-out
 
-.PHONY: deps configure build test demo bench clean
+.PHONY: deps configure build test demo bench clean deps-check fresh-check
 
 deps:
 	@bash scripts/deps
@@ -34,6 +37,12 @@ bench: deps
 	@cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELP_BUILD_TESTS=OFF >/dev/null
 	@cmake --build build-bench -j$(JOBS) --target kelp_bench
 	@build-bench/bench/kelp_bench --benchmark_counters_tabular=true
+
+deps-check:
+	@bash scripts/deps-check
+
+fresh-check:
+	@bash scripts/fresh-check
 
 clean:
 	@rm -rf build build-san build-bench $(DEMO_OUT)

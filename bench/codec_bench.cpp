@@ -15,7 +15,7 @@
 #include <ctime>
 #include <vector>
 
-#include "codec/registry.h"
+#include "codec/registryhook.h"
 #include "tools/testpicture.h"
 
 #if KELP_HAVE_MJPEG_CDC

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "guard.h"
+#include "registryhook.h"
 #include "runtime/kelpos.h"
 #include "runtime/module.h"
 
@@ -13,6 +14,13 @@ namespace codec {
 namespace {
 alignas(Registry) unsigned char g_storage[sizeof(Registry)];
 Registry* g_registry = nullptr;
+
+// The directory a test program named, kept apart from the registry's record. Made on
+// first use and never ended, so that it outlives every static of the program.
+std::wstring& TestDirectory() {
+    static std::wstring* directory = new std::wstring;
+    return *directory;
+}
 } // namespace
 
 Registry* TheRegistry() {
@@ -20,18 +28,17 @@ Registry* TheRegistry() {
 }
 
 std::wstring PluginDirectory() {
-    if (g_registry && !g_registry->directoryOverride.empty()) {
-        std::wstring dir = g_registry->directoryOverride;
-        if (dir.back() != L'/') dir += L'/';
-        return dir;
-    }
-    return GetKELPModulePath();
+    std::wstring dir = TestDirectory();
+    if (dir.empty()) return GetKELPModulePath();
+    if (dir.back() != L'/') dir += L'/';
+    return dir;
 }
 
 void SetPluginDirectoryForTests(const std::wstring& directory) {
+    // The plug-ins are loaded under the registry's lock; the name changes under it too.
     if (!g_registry) return;
     CKELPAutoLock lock(&g_registry->lock);
-    g_registry->directoryOverride = directory;
+    TestDirectory() = directory;
 }
 
 } // namespace codec

@@ -15,21 +15,17 @@ namespace codec {
 
 struct Registry {
     CKELPCritSec lock;
-    uint32_t useCount = 0;          // living managers
-    std::vector<ICodec*> codecs;    // in the order they were added
-    std::vector<KXMODULE> modules;  // plug-ins that added at least one codec
-    std::wstring directoryOverride; // where to look instead of the module path; tests only
+    uint32_t useCount = 0;         // living managers
+    std::vector<ICodec*> codecs;   // in the order they were added
+    std::vector<KXMODULE> modules; // plug-ins that added at least one codec
 };
 
 // Null before the module table has made it and after it has ended it.
 Registry* TheRegistry();
 
-// The directory searched for "*.cdc": the library's own (GetKELPModulePath), unless a
-// test has named another one. A test program links the library's objects, so that its
-// own directory would be searched; it names the directory of its test plug-ins here.
+// The directory searched for "*.cdc", ending in '/': the library's own
+// (GetKELPModulePath), unless a test program has named another (registryhook.h).
 std::wstring PluginDirectory();
-// An empty name gives the library's directory back. Takes effect at the next load.
-void SetPluginDirectoryForTests(const std::wstring& directory);
 
 } // namespace codec
 } // namespace kelp

@@ -1,6 +1,6 @@
-// What the plug-ins shipped with kelp share: reading the pixel layout of a BGR record,
-// making the records they propose, and the describe answer. Header-only: a plug-in
-// links nothing of the library.
+// What the plug-ins shipped with kelp share about records: reading the pixel layout of
+// a BGR record, making the records they propose, and the describe answer (the codec
+// skeleton is in codecbase.h). Header-only: a plug-in links nothing of the library.
 #pragma once
 
 #include <kelp/kxcodec.h>
@@ -105,16 +105,6 @@ inline KXRESULT Describe(uintptr_t descArg, uintptr_t size, uint32_t fcc, uint32
 // Stores a count for a caller that asked for it (the third free argument).
 inline void StoreCount(uintptr_t where, uint32_t n) {
     if (where) *reinterpret_cast<uint32_t*>(where) = n;
-}
-
-// A session object begins with a tag, so that a handle of the wrong kind or of the other
-// direction is refused instead of being used.
-constexpr uint32_t kDecompressTag = 0x44434453; // "SDCD"
-constexpr uint32_t kCompressTag = 0x43434453;   // "SDCC"
-
-template <class Session> Session* SessionOf(uintptr_t h, uint32_t tag) {
-    auto* s = reinterpret_cast<Session*>(h);
-    return (s && s->tag == tag) ? s : nullptr;
 }
 
 inline bool ValidQuality(uintptr_t q) {

@@ -1,7 +1,5 @@
 #include "dvcodec.h"
 
-#include <new>
-
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
@@ -46,15 +44,15 @@ template <class T> void TopRow(T* pixels, const cdc::DibLayout& l, T** row, int*
     }
 }
 
-struct DecompressSession {
-    uint32_t tag = cdc::kDecompressTag;
+// What both directions hold: the variant, the codec context, one frame and one packet,
+// and the scaler between BGR and the variant's planar format.
+struct SessionState {
     const Variant* variant = nullptr;
     AVCodecContext* ctx = nullptr;
     AVFrame* frame = nullptr;
     AVPacket* packet = nullptr;
     SwsContext* sws = nullptr;
-    ~DecompressSession() {
-        tag = 0;
+    ~SessionState() {
         sws_freeContext(sws);
         av_packet_free(&packet);
         av_frame_free(&frame);
@@ -62,21 +60,10 @@ struct DecompressSession {
     }
 };
 
-struct CompressSession {
-    uint32_t tag = cdc::kCompressTag;
-    const Variant* variant = nullptr;
-    AVCodecContext* ctx = nullptr;
-    AVFrame* frame = nullptr;
-    AVPacket* packet = nullptr;
-    SwsContext* sws = nullptr;
+struct DecompressSession : cdc::DecompressSessionBase, SessionState {};
+
+struct CompressSession : cdc::CompressSessionBase, SessionState {
     int64_t pts = 0;
-    ~CompressSession() {
-        tag = 0;
-        sws_freeContext(sws);
-        av_packet_free(&packet);
-        av_frame_free(&frame);
-        avcodec_free_context(&ctx);
-    }
 };
 
 // The codec reports its failures by status; libavcodec's own messages about a damaged
@@ -114,10 +101,6 @@ AVCodecContext* OpenEncoder(const Variant& v) {
 
 bool CodecsAvailable() {
     return avcodec_find_decoder(AV_CODEC_ID_DVVIDEO) && avcodec_find_encoder(AV_CODEC_ID_DVVIDEO);
-}
-
-void CDvCodec::Release() {
-    delete this;
 }
 
 const Variant* CDvCodec::VariantOf(const KXBMINFOHEADER* d) const {
@@ -171,25 +154,21 @@ KXRESULT CDvCodec::DecompressQuery(const KXBMINFOHEADER* src, const KXBMINFOHEAD
 
 KXRESULT CDvCodec::DecompressBegin(const KXBMINFOHEADER* src, KXBMINFOHEADER* dst,
                                    uintptr_t* phSession) {
-    if (!phSession || !dst || DecompressQuery(src, dst) != KX_OK) return KXE_INVALID;
-    auto* s = new (std::nothrow) DecompressSession;
-    if (!s) return KXE_OUTOFMEMORY;
-    s->variant = VariantOf(src);
-    s->ctx = OpenDecoder();
-    s->frame = av_frame_alloc();
-    s->packet = av_packet_alloc();
-    if (!s->ctx || !s->frame || !s->packet) {
-        delete s;
-        return KXE_FAIL;
-    }
-    *phSession = reinterpret_cast<uintptr_t>(s);
-    return KX_OK;
+    if (!dst || DecompressQuery(src, dst) != KX_OK) return KXE_INVALID;
+    const Variant* v = VariantOf(src);
+    return cdc::BeginSession<DecompressSession>(phSession, [v](DecompressSession& s) {
+        s.variant = v;
+        s.ctx = OpenDecoder();
+        s.frame = av_frame_alloc();
+        s.packet = av_packet_alloc();
+        return s.ctx && s.frame && s.packet ? KX_OK : KXE_FAIL;
+    });
 }
 
 KXRESULT CDvCodec::Decompress(const KXBMINFOHEADER* src, const void* srcBits, KXBMINFOHEADER* dst,
                               uintptr_t out, uintptr_t room, uintptr_t written,
                               uintptr_t hSession) {
-    DecompressSession* s = cdc::SessionOf<DecompressSession>(hSession, cdc::kDecompressTag);
+    DecompressSession* s = cdc::SessionOf<DecompressSession>(hSession);
     cdc::DibLayout l;
     if (!s || !srcBits || DecompressQuery(src, dst) != KX_OK || !cdc::BgrLayout(dst, &l))
         return KXE_INVALID;
@@ -232,10 +211,7 @@ KXRESULT CDvCodec::Decompress(const KXBMINFOHEADER* src, const void* srcBits, KX
 }
 
 KXRESULT CDvCodec::DecompressEnd(uintptr_t hSession) {
-    DecompressSession* s = cdc::SessionOf<DecompressSession>(hSession, cdc::kDecompressTag);
-    if (!s) return KXE_INVALID;
-    delete s;
-    return KX_OK;
+    return cdc::EndSession<DecompressSession>(hSession);
 }
 
 // ---------------------------------------------------------------- compression
@@ -261,31 +237,24 @@ KXRESULT CDvCodec::CompressQuery(const KXBMINFOHEADER* src, const KXBMINFOHEADER
 
 KXRESULT CDvCodec::CompressBegin(const KXBMINFOHEADER* src, KXBMINFOHEADER* dst,
                                  uintptr_t* phSession) {
-    if (!phSession || CompressQuery(src, dst) != KX_OK) return KXE_INVALID;
-    auto* s = new (std::nothrow) CompressSession;
-    if (!s) return KXE_OUTOFMEMORY;
-    s->variant = VariantOf(dst);
-    s->ctx = OpenEncoder(*s->variant);
-    s->frame = av_frame_alloc();
-    s->packet = av_packet_alloc();
-    if (!s->ctx || !s->frame || !s->packet) {
-        delete s;
-        return KXE_FAIL;
-    }
-    s->frame->format = s->ctx->pix_fmt;
-    s->frame->width = s->ctx->width;
-    s->frame->height = s->ctx->height;
-    if (av_frame_get_buffer(s->frame, 0) < 0) {
-        delete s;
-        return KXE_OUTOFMEMORY;
-    }
-    *phSession = reinterpret_cast<uintptr_t>(s);
-    return KX_OK;
+    if (CompressQuery(src, dst) != KX_OK) return KXE_INVALID;
+    const Variant* v = VariantOf(dst);
+    return cdc::BeginSession<CompressSession>(phSession, [v](CompressSession& s) {
+        s.variant = v;
+        s.ctx = OpenEncoder(*v);
+        s.frame = av_frame_alloc();
+        s.packet = av_packet_alloc();
+        if (!s.ctx || !s.frame || !s.packet) return KXE_FAIL;
+        s.frame->format = s.ctx->pix_fmt;
+        s.frame->width = s.ctx->width;
+        s.frame->height = s.ctx->height;
+        return av_frame_get_buffer(s.frame, 0) < 0 ? KXE_OUTOFMEMORY : KX_OK;
+    });
 }
 
 KXRESULT CDvCodec::Compress(const KXBMINFOHEADER* src, const void* srcBits, KXBMINFOHEADER* dst,
                             uintptr_t out, uintptr_t room, uintptr_t written, uintptr_t hSession) {
-    CompressSession* s = cdc::SessionOf<CompressSession>(hSession, cdc::kCompressTag);
+    CompressSession* s = cdc::SessionOf<CompressSession>(hSession);
     cdc::DibLayout l;
     if (!s || !srcBits || CompressQuery(src, dst) != KX_OK || !cdc::BgrLayout(src, &l))
         return KXE_INVALID;
@@ -320,10 +289,7 @@ KXRESULT CDvCodec::Compress(const KXBMINFOHEADER* src, const void* srcBits, KXBM
 }
 
 KXRESULT CDvCodec::CompressEnd(uintptr_t hSession) {
-    CompressSession* s = cdc::SessionOf<CompressSession>(hSession, cdc::kCompressTag);
-    if (!s) return KXE_INVALID;
-    delete s;
-    return KX_OK;
+    return cdc::EndSession<CompressSession>(hSession);
 }
 
 } // namespace dv

@@ -3,22 +3,15 @@
 // colour conversion by libswscale. One object serves one of the two format codes.
 #pragma once
 
-#include "common/cdcplugin.h"
+#include "common/codecbase.h"
 #include "dvvariant.h"
 
 namespace dv {
 
-class CDvCodec final : public kelp::ICodec {
-  public:
-    static constexpr uint32_t kPriority = 100;
-
+class CDvCodec final : public cdc::CPluginCodec {
+public:
     explicit CDvCodec(uint32_t fourcc) : m_fourcc(fourcc) {}
 
-    void Release() override;
-    uint32_t GetVersion() override { return kelp::KXCODEC_VERSION; }
-    uint32_t GetPriority() override { return kPriority; }
-    KXRESULT Open() override { return KX_OK; }
-    KXRESULT Close() override { return KX_OK; }
     KXRESULT Configure(uintptr_t code, uintptr_t value, uintptr_t extra) override;
     KXRESULT Notify(uintptr_t code, uintptr_t value, uintptr_t hSession) override;
 
@@ -41,7 +34,7 @@ class CDvCodec final : public kelp::ICodec {
                       uintptr_t hSession) override;
     KXRESULT CompressEnd(uintptr_t hSession) override;
 
-  private:
+private:
     // The variant a compressed record of this codec stands for, or null.
     const Variant* VariantOf(const KXBMINFOHEADER* d) const;
 

@@ -2,8 +2,6 @@
 // if the libavcodec it runs with has the DV decoder and encoder.
 #include <dlfcn.h>
 
-#include <new>
-
 #include "dvcodec.h"
 
 extern "C" {
@@ -24,21 +22,15 @@ void PinLibraryOf(const void* symbol) {
         dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
-void Offer(kelp::ICodecManager* manager, uint32_t fourcc) {
-    auto* codec = new (std::nothrow) dv::CDvCodec(fourcc);
-    if (!codec) return;
-    // A codec the manager refuses is neither kept nor released by it.
-    if (manager->AddCodec(fourcc, codec) < 0) codec->Release();
-}
 } // namespace
 
 KXCODEC_PLUGIN_ENTRY KXRESULT EnumerateCodecs(kelp::ICodecManager* manager, uint32_t version) {
-    if (!manager || version != kelp::KXCODEC_VERSION) return KXE_INVALID;
+    if (!cdc::EntryArgumentsValid(manager, version)) return KXE_INVALID;
     if (!dv::CodecsAvailable()) return KXE_NOTIMPL;
     PinLibraryOf(reinterpret_cast<const void*>(&avcodec_version));
     PinLibraryOf(reinterpret_cast<const void*>(&swscale_version));
     PinLibraryOf(reinterpret_cast<const void*>(&avutil_version));
-    Offer(manager, dv::kDVSD);
-    Offer(manager, dv::kDVCS);
+    cdc::OfferCodec(manager, dv::kDVSD, new (std::nothrow) dv::CDvCodec(dv::kDVSD));
+    cdc::OfferCodec(manager, dv::kDVCS, new (std::nothrow) dv::CDvCodec(dv::kDVCS));
     return KX_OK;
 }

@@ -2,25 +2,28 @@
 
 #include <turbojpeg.h>
 
-#include <new>
-
 namespace mjpeg {
 namespace {
 
 // Chroma sampling of the frames made here: 4:2:2, as Motion-JPEG video usually is.
 constexpr int kSubsampling = TJSAMP_422;
 
-struct DecompressSession {
-    uint32_t tag = cdc::kDecompressTag;
+struct DecompressSession : cdc::DecompressSessionBase {
     tjhandle tj = nullptr;
+    ~DecompressSession() {
+        if (tj) tjDestroy(tj);
+    }
 };
 
-struct CompressSession {
-    uint32_t tag = cdc::kCompressTag;
+struct CompressSession : cdc::CompressSessionBase {
     tjhandle tj = nullptr;
     uint32_t quality = CMJpegCodec::kDefaultQuality;
     unsigned char* scratch = nullptr; // for a caller buffer smaller than the worst case
     unsigned long scratchSize = 0;
+    ~CompressSession() {
+        if (tj) tjDestroy(tj);
+        tjFree(scratch);
+    }
 };
 
 // A compressed record this codec reads: 'MJPG' with a sensible picture size.
@@ -42,10 +45,6 @@ uint32_t FrameBound(int32_t width, int32_t height) {
 
 } // namespace
 
-void CMJpegCodec::Release() {
-    delete this;
-}
-
 KXRESULT CMJpegCodec::Configure(uintptr_t code, uintptr_t value, uintptr_t extra) {
     if (code == kelp::KXCODEC_CFG_DESCRIBE)
         return cdc::Describe(
@@ -62,7 +61,7 @@ KXRESULT CMJpegCodec::Notify(uintptr_t code, uintptr_t value, uintptr_t hSession
         m_quality = uint32_t(value);
         return KX_OK;
     }
-    CompressSession* s = cdc::SessionOf<CompressSession>(hSession, cdc::kCompressTag);
+    CompressSession* s = cdc::SessionOf<CompressSession>(hSession);
     if (!s) return KXE_INVALID;
     s->quality = uint32_t(value);
     return KX_OK;
@@ -92,22 +91,17 @@ KXRESULT CMJpegCodec::DecompressQuery(const KXBMINFOHEADER* src, const KXBMINFOH
 
 KXRESULT CMJpegCodec::DecompressBegin(const KXBMINFOHEADER* src, KXBMINFOHEADER* dst,
                                       uintptr_t* phSession) {
-    if (!phSession || !dst || DecompressQuery(src, dst) != KX_OK) return KXE_INVALID;
-    auto* s = new (std::nothrow) DecompressSession;
-    if (!s) return KXE_OUTOFMEMORY;
-    s->tj = tjInitDecompress();
-    if (!s->tj) {
-        delete s;
-        return KXE_OUTOFMEMORY;
-    }
-    *phSession = reinterpret_cast<uintptr_t>(s);
-    return KX_OK;
+    if (!dst || DecompressQuery(src, dst) != KX_OK) return KXE_INVALID;
+    return cdc::BeginSession<DecompressSession>(phSession, [](DecompressSession& s) {
+        s.tj = tjInitDecompress();
+        return s.tj ? KX_OK : KXE_OUTOFMEMORY;
+    });
 }
 
 KXRESULT CMJpegCodec::Decompress(const KXBMINFOHEADER* src, const void* srcBits,
                                  KXBMINFOHEADER* dst, uintptr_t out, uintptr_t room,
                                  uintptr_t written, uintptr_t hSession) {
-    DecompressSession* s = cdc::SessionOf<DecompressSession>(hSession, cdc::kDecompressTag);
+    DecompressSession* s = cdc::SessionOf<DecompressSession>(hSession);
     cdc::DibLayout l;
     if (!s || !IsMjpg(src) || !srcBits || src->biSizeImage == 0 || !dst ||
         !cdc::BgrLayout(dst, &l) || !SamePicture(src, dst))
@@ -134,12 +128,7 @@ KXRESULT CMJpegCodec::Decompress(const KXBMINFOHEADER* src, const void* srcBits,
 }
 
 KXRESULT CMJpegCodec::DecompressEnd(uintptr_t hSession) {
-    DecompressSession* s = cdc::SessionOf<DecompressSession>(hSession, cdc::kDecompressTag);
-    if (!s) return KXE_INVALID;
-    tjDestroy(s->tj);
-    s->tag = 0;
-    delete s;
-    return KX_OK;
+    return cdc::EndSession<DecompressSession>(hSession);
 }
 
 // ---------------------------------------------------------------- compression
@@ -161,23 +150,18 @@ KXRESULT CMJpegCodec::CompressQuery(const KXBMINFOHEADER* src, const KXBMINFOHEA
 
 KXRESULT CMJpegCodec::CompressBegin(const KXBMINFOHEADER* src, KXBMINFOHEADER* dst,
                                     uintptr_t* phSession) {
-    if (!phSession || CompressQuery(src, dst) != KX_OK) return KXE_INVALID;
-    auto* s = new (std::nothrow) CompressSession;
-    if (!s) return KXE_OUTOFMEMORY;
-    s->tj = tjInitCompress();
-    if (!s->tj) {
-        delete s;
-        return KXE_OUTOFMEMORY;
-    }
-    s->quality = m_quality;
-    *phSession = reinterpret_cast<uintptr_t>(s);
-    return KX_OK;
+    if (CompressQuery(src, dst) != KX_OK) return KXE_INVALID;
+    return cdc::BeginSession<CompressSession>(phSession, [this](CompressSession& s) {
+        s.tj = tjInitCompress();
+        s.quality = m_quality;
+        return s.tj ? KX_OK : KXE_OUTOFMEMORY;
+    });
 }
 
 KXRESULT CMJpegCodec::Compress(const KXBMINFOHEADER* src, const void* srcBits, KXBMINFOHEADER* dst,
                                uintptr_t out, uintptr_t room, uintptr_t written,
                                uintptr_t hSession) {
-    CompressSession* s = cdc::SessionOf<CompressSession>(hSession, cdc::kCompressTag);
+    CompressSession* s = cdc::SessionOf<CompressSession>(hSession);
     cdc::DibLayout l;
     if (!s || !cdc::BgrLayout(src, &l) || !srcBits || !IsMjpg(dst) || !SamePicture(src, dst))
         return KXE_INVALID;
@@ -211,13 +195,7 @@ KXRESULT CMJpegCodec::Compress(const KXBMINFOHEADER* src, const void* srcBits, K
 }
 
 KXRESULT CMJpegCodec::CompressEnd(uintptr_t hSession) {
-    CompressSession* s = cdc::SessionOf<CompressSession>(hSession, cdc::kCompressTag);
-    if (!s) return KXE_INVALID;
-    tjDestroy(s->tj);
-    tjFree(s->scratch);
-    s->tag = 0;
-    delete s;
-    return KX_OK;
+    return cdc::EndSession<CompressSession>(hSession);
 }
 
 } // namespace mjpeg

@@ -2,22 +2,16 @@
 // compressed from BGR 24 and 32 bits through TurboJPEG.
 #pragma once
 
-#include "common/cdcplugin.h"
+#include "common/codecbase.h"
 
 namespace mjpeg {
 
 constexpr uint32_t kFourcc = KXFOURCC('M', 'J', 'P', 'G');
 
-class CMJpegCodec final : public kelp::ICodec {
-  public:
-    static constexpr uint32_t kPriority = 100;
+class CMJpegCodec final : public cdc::CPluginCodec {
+public:
     static constexpr uint32_t kDefaultQuality = 90;
 
-    void Release() override;
-    uint32_t GetVersion() override { return kelp::KXCODEC_VERSION; }
-    uint32_t GetPriority() override { return kPriority; }
-    KXRESULT Open() override { return KX_OK; }
-    KXRESULT Close() override { return KX_OK; }
     KXRESULT Configure(uintptr_t code, uintptr_t value, uintptr_t extra) override;
     KXRESULT Notify(uintptr_t code, uintptr_t value, uintptr_t hSession) override;
 
@@ -40,7 +34,7 @@ class CMJpegCodec final : public kelp::ICodec {
                       uintptr_t hSession) override;
     KXRESULT CompressEnd(uintptr_t hSession) override;
 
-  private:
+private:
     uint32_t m_quality = kDefaultQuality; // taken by every session begun from now on
 };
 

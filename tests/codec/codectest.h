@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "codec/registry.h"
+#include "codec/registryhook.h"
 #include "tracecapture.h"
 
 namespace codectest {
@@ -21,7 +21,7 @@ inline std::wstring Wide(const char* s) {
 
 // Points the registry at a directory for the life of the object.
 class PluginDir {
-  public:
+public:
     explicit PluginDir(const char* dir) { kelp::codec::SetPluginDirectoryForTests(Wide(dir)); }
     ~PluginDir() { kelp::codec::SetPluginDirectoryForTests(L""); }
 };

@@ -45,7 +45,7 @@ KXBMINFOHEADER FrameRecord(uint32_t fcc, int width, int height, uint32_t sizeIma
 }
 
 class ShippedCodecs : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         m = kelp::KXCODECCreateCodecManager();
         ASSERT_NE(m, nullptr);
@@ -363,6 +363,44 @@ TEST_F(ShippedCodecs, FormatProposals) {
         EXPECT_EQ(out.biCompression, fcc);
         EXPECT_GE(out.biSizeImage, fcc == kDVSD ? 144000u : 100000u);
         EXPECT_EQ(m->CompressQuery(&src, &out), KX_OK);
+    }
+}
+
+// Each codec's sessions carry their direction: a handle is good for its own direction's
+// calls only, and a handle of the other direction or of nothing is refused.
+TEST_F(ShippedCodecs, SessionHandlesServeTheirOwnDirectionOnly) {
+    for (uint32_t fcc : {kMJPG, kDVSD, kDVCS}) {
+        if (!Have(fcc)) continue;
+        SCOPED_TRACE(fcc);
+        KXBMINFOHEADER frame = FrameRecord(fcc, 720, 576, fcc == kMJPG ? 1000 : 144000);
+        kelp::ICodec* codec = m->LocateCodec(&frame);
+        ASSERT_NE(codec, nullptr);
+        EXPECT_EQ(codec->GetVersion(), kelp::KXCODEC_VERSION);
+        EXPECT_EQ(codec->Open(), KX_OK);
+        EXPECT_EQ(codec->Close(), KX_OK);
+
+        KXBMINFOHEADER src = testpic::DibRecord(720, 576, 24);
+        KXBMINFOHEADER out = testpic::DibRecord(720, 576, 24);
+        uintptr_t hc = 0, hd = 0;
+        ASSERT_EQ(codec->CompressBegin(&src, &frame, &hc), KX_OK);
+        ASSERT_EQ(codec->DecompressBegin(&frame, &out, &hd), KX_OK);
+        ASSERT_NE(hc, 0u);
+        ASSERT_NE(hd, 0u);
+        EXPECT_NE(hc, hd);
+        std::vector<uint8_t> buffer(out.biSizeImage);
+        const uintptr_t bits = reinterpret_cast<uintptr_t>(buffer.data());
+        EXPECT_EQ(codec->Decompress(&frame, buffer.data(), &out, bits, buffer.size(), 0, hc),
+                  KXE_INVALID);
+        EXPECT_EQ(codec->Compress(&src, buffer.data(), &frame, bits, buffer.size(), 0, hd),
+                  KXE_INVALID);
+        for (uintptr_t wrong : {hd, uintptr_t(0)})
+            EXPECT_EQ(codec->CompressEnd(wrong), KXE_INVALID);
+        for (uintptr_t wrong : {hc, uintptr_t(0)})
+            EXPECT_EQ(codec->DecompressEnd(wrong), KXE_INVALID);
+        uintptr_t* noHandle = nullptr;
+        EXPECT_EQ(codec->CompressBegin(&src, &frame, noHandle), KXE_INVALID);
+        EXPECT_EQ(codec->CompressEnd(hc), KX_OK);
+        EXPECT_EQ(codec->DecompressEnd(hd), KX_OK);
     }
 }
 

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <kelp/kxcodec.h>
+#include <kelp/trace.h>
 
 #include "codec/codecman.h"
+#include "codec/registry.h"
 #include "codectest.h"
 
 using codectest::Events;
@@ -23,7 +25,7 @@ std::vector<std::string> Names(kelp::ICodecManager* m) {
 }
 
 class Registry : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         kelptest::SinkClear();
         Events().clear();
@@ -151,6 +153,22 @@ TEST(RegistryEmpty, NoPluginsGiveAWorkingManagerWithNoCodecs) {
     KXBMINFOHEADER rec = codectest::Record(KXFOURCC('T', 'E', 'S', 'T'));
     EXPECT_EQ(m->DecompressQuery(&rec, nullptr), KXE_INVALID);
     m->Release();
+}
+
+// The directory a test names is searched with a '/' added where it lacks one, and the
+// library's own directory comes back when the test ends.
+TEST(RegistryDirectory, TestDirectoryHoldsOnlyWhileNamed) {
+    const std::wstring own = kelp::GetKELPModulePath();
+    {
+        codectest::PluginDir dir("/tmp/kelp-plugins");
+        EXPECT_EQ(kelp::codec::PluginDirectory(), L"/tmp/kelp-plugins/");
+    }
+    EXPECT_EQ(kelp::codec::PluginDirectory(), own);
+    {
+        codectest::PluginDir dir(KELP_TEST_PLUGIN_DIR);
+        EXPECT_EQ(kelp::codec::PluginDirectory(), kWideDir);
+    }
+    EXPECT_EQ(kelp::codec::PluginDirectory(), own);
 }
 
 } // namespace
