@@ -6,127 +6,69 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "cli.h"
 #include "commands.h"
 #include "pngfile.h"
+#include "progress.h"
 #include "testpicture.h"
 
 namespace {
 
-void RoundtripUsage() {
-    std::fprintf(
-        stderr,
-        "usage: kelp codec-roundtrip IN.png --codec FOURCC [OUT.png] [options]\n"
-        "       kelp codec-roundtrip --generate [WxH] --codec FOURCC [OUT.png] [options]\n"
-        "\n"
-        "Compresses the picture to one frame of FOURCC through the codec manager (the\n"
-        "codec is found among the plug-ins beside the library), decompresses the frame,\n"
-        "prints the PSNR against the original and writes the result to OUT.png.\n"
-        "\n"
-        "  IN.png        read with libpng: 8-bit or 16-bit RGB, grey or palette; alpha is\n"
-        "                dropped. The picture is not scaled: DV needs 720x576 (PAL) or\n"
-        "                720x480 (NTSC).\n"
-        "  --generate    use the project's synthetic test picture instead of a file,\n"
-        "                720x576 unless WxH is given\n"
-        "  --codec F     the compressed format: MJPG, DVSD (DV25) or DVCS (DVCPRO)\n"
-        "  --bits N      24 (default) or 32: the BGR depth handed to the codec and asked back\n"
-        "  --quality Q   1-100, for codecs that have a quality (MJPG; default 90)\n"
-        "  --dv50        with DVCS: DVCPRO50 instead of DVCPRO25\n");
-}
-
-uint32_t ParseFourcc(const char* s) {
-    if (std::strlen(s) != 4) return 0;
+uint32_t ParseFourcc(const std::string& s) {
+    if (s.size() != 4) return 0;
     return KXFOURCC(s[0], s[1], s[2], s[3]);
 }
 
 struct Options {
-    const char* in = nullptr;
-    const char* out = nullptr;
-    bool generate = false;
-    int genWidth = 720, genHeight = 576;
+    std::vector<std::string> files;
+    CLI::Option* generateOption = nullptr;
+    std::string generate; // WxH, or the output's name where --generate was followed by it
+    std::string codec;
     uint32_t fourcc = 0;
     int bits = 24;
     int quality = 0;
     bool dv50 = false;
+    // What the command line comes to:
+    std::string in, out;
+    bool generated = false;
+    uint32_t genWidth = 720, genHeight = 576;
 };
 
-// 0 on success, else the exit code.
-int ParseArgs(int argc, char** argv, Options* o) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        auto value = [&](const char* name) -> const char* {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "kelp: %s needs a value\n", name);
-                return nullptr;
-            }
-            return argv[++i];
-        };
-        if (a == "--help" || a == "-h") {
-            RoundtripUsage();
-            return -1;
-        } else if (a == "--generate") {
-            o->generate = true;
-            int w, h;
-            char tail;
-            if (i + 1 < argc && std::sscanf(argv[i + 1], "%dx%d%c", &w, &h, &tail) == 2) {
-                if (w <= 0 || h <= 0 || w > 8192 || h > 8192) {
-                    std::fprintf(stderr, "kelp: bad size %s\n", argv[i + 1]);
-                    return 2;
-                }
-                o->genWidth = w;
-                o->genHeight = h;
-                ++i;
-            }
-        } else if (a == "--codec") {
-            const char* v = value("--codec");
-            if (!v) return 2;
-            o->fourcc = ParseFourcc(v);
-            if (!o->fourcc) {
-                std::fprintf(stderr, "kelp: a format code has four characters: %s\n", v);
-                return 2;
-            }
-        } else if (a == "--bits") {
-            const char* v = value("--bits");
-            if (!v) return 2;
-            o->bits = std::atoi(v);
-            if (o->bits != 24 && o->bits != 32) {
-                std::fprintf(stderr, "kelp: --bits is 24 or 32\n");
-                return 2;
-            }
-        } else if (a == "--quality") {
-            const char* v = value("--quality");
-            if (!v) return 2;
-            o->quality = std::atoi(v);
-            if (o->quality < 1 || o->quality > 100) {
-                std::fprintf(stderr, "kelp: --quality is 1 to 100\n");
-                return 2;
-            }
-        } else if (a == "--dv50") {
-            o->dv50 = true;
-        } else if (!a.empty() && a[0] == '-') {
-            std::fprintf(stderr, "kelp: unknown option %s\n", a.c_str());
-            return 2;
-        } else if (!o->in && !o->generate) {
-            o->in = argv[i];
-        } else if (!o->out) {
-            o->out = argv[i];
-        } else {
-            std::fprintf(stderr, "kelp: too many file names\n");
-            return 2;
+bool LooksLikeSize(const std::string& s) {
+    const size_t x = s.find('x');
+    if (x == 0 || x == std::string::npos || x + 1 == s.size()) return false;
+    for (size_t i = 0; i < s.size(); ++i)
+        if (i != x && (s[i] < '0' || s[i] > '9')) return false;
+    return true;
+}
+
+// Puts the files and --generate in order; 0, or the exit code of a usage error.
+int Resolve(const CLI::App& cmd, Options* o) {
+    o->fourcc = ParseFourcc(o->codec);
+    if (!o->fourcc)
+        return kelptool::UsageError(cmd, "--codec: a format code has four characters: " + o->codec);
+    std::vector<std::string> files = o->files;
+    o->generated = o->generateOption->count() > 0;
+    if (o->generated && !o->generate.empty()) {
+        if (!LooksLikeSize(o->generate)) {
+            files.insert(files.begin(), o->generate); // a file name after --generate
+        } else if (!kelptool::ParseSize(o->generate, 8192, &o->genWidth, &o->genHeight)) {
+            return kelptool::UsageError(cmd, "--generate: " + o->generate +
+                                                 " is not a size WxH with sides 1..8192");
         }
     }
-    if (o->generate && o->in && !o->out) { // the one name given is the output
-        o->out = o->in;
-        o->in = nullptr;
-    } else if (o->generate && o->in) {
-        std::fprintf(stderr, "kelp: --generate takes no input file\n");
-        return 2;
-    }
-    if (!o->fourcc || (!o->in && !o->generate)) {
-        RoundtripUsage();
-        return 2;
+    if (o->generated) {
+        if (files.size() > 1) return kelptool::UsageError(cmd, "--generate takes no input file");
+        if (!files.empty()) o->out = files[0];
+    } else {
+        if (files.empty()) return kelptool::UsageError(cmd, "IN.png or --generate is needed");
+        if (files.size() > 2) return kelptool::UsageError(cmd, "too many file names");
+        o->in = files[0];
+        if (files.size() > 1) o->out = files[1];
     }
     return 0;
 }
@@ -143,32 +85,30 @@ struct Run {
 };
 
 int Fail(const char* what, KXRESULT hr) {
-    std::fprintf(stderr, "kelp: %s failed (0x%08X)\n", what, unsigned(hr));
+    std::fprintf(stderr, "kelp codec-roundtrip: %s failed (0x%08X)\n", what, unsigned(hr));
     return 1;
 }
 
-} // namespace
-
-int CmdCodecRoundtrip(int argc, char** argv) {
-    Options o;
-    const int parsed = ParseArgs(argc, argv, &o);
-    if (parsed) return parsed < 0 ? 0 : parsed;
+int RunRoundtrip(const CLI::App& cmd, Options o) {
+    if (const int usage = Resolve(cmd, &o)) return usage;
+    kelptool::Progress progress("round trip", 3);
 
     testpic::Picture picture;
-    if (o.generate) {
-        picture = testpic::GenerateTestPicture(o.genWidth, o.genHeight);
+    if (o.generated) {
+        picture = testpic::GenerateTestPicture(int(o.genWidth), int(o.genHeight));
     } else {
         std::string error;
-        if (!ReadPng(o.in, &picture, &error)) {
-            std::fprintf(stderr, "kelp: %s\n", error.c_str());
+        if (!ReadPng(o.in.c_str(), &picture, &error)) {
+            std::fprintf(stderr, "kelp codec-roundtrip: %s\n", error.c_str());
             return 1;
         }
     }
 
+    progress.Update(1);
     Run run;
     run.manager = kelp::KXCODECCreateCodecManager();
     if (!run.manager) {
-        std::fprintf(stderr, "kelp: cannot make a codec manager\n");
+        std::fprintf(stderr, "kelp codec-roundtrip: cannot make a codec manager\n");
         return 1;
     }
     kelp::ICodecManager& m = *run.manager;
@@ -197,8 +137,9 @@ int CmdCodecRoundtrip(int argc, char** argv) {
             room = std::max(proposal.biSizeImage, frame.biSizeImage);
     }
     if (m.CompressQuery(&src, &frame) != KX_OK) {
-        std::fprintf(stderr, "kelp: no codec compresses %d-bit BGR %dx%d to '%.4s'\n", o.bits,
-                     picture.width, picture.height, reinterpret_cast<const char*>(&o.fourcc));
+        std::fprintf(
+            stderr, "kelp codec-roundtrip: no codec compresses %d-bit BGR %dx%d to '%.4s'\n",
+            o.bits, picture.width, picture.height, reinterpret_cast<const char*>(&o.fourcc));
         return 1;
     }
 
@@ -214,6 +155,7 @@ int CmdCodecRoundtrip(int argc, char** argv) {
                     reinterpret_cast<uintptr_t>(&length), run.compress);
     if (hr < 0) return Fail("Compress", hr);
     m.CompressEnd(run.compress);
+    progress.Update(2);
     run.compress = 0;
     frame.biSizeImage = length;
 
@@ -225,6 +167,8 @@ int CmdCodecRoundtrip(int argc, char** argv) {
                       outBits.size(), 0, run.decompress);
     if (hr < 0) return Fail("Decompress", hr);
     m.DecompressEnd(run.decompress);
+    progress.Update(3);
+    progress.Finish();
     run.decompress = 0;
 
     const testpic::Picture result = testpic::FromDib(outBits.data(), out);
@@ -232,12 +176,56 @@ int CmdCodecRoundtrip(int argc, char** argv) {
     std::printf("%.4s %dx%d, %d-bit BGR: frame %u bytes (%.1f:1), PSNR %.2f dB\n",
                 reinterpret_cast<const char*>(&o.fourcc), picture.width, picture.height, o.bits,
                 length, double(picture.bgr.size()) / double(length ? length : 1), psnr);
-    if (o.out) {
+    if (!o.out.empty()) {
         std::string error;
-        if (!WritePng(o.out, result, &error)) {
-            std::fprintf(stderr, "kelp: %s\n", error.c_str());
+        if (!WritePng(o.out.c_str(), result, &error)) {
+            std::fprintf(stderr, "kelp codec-roundtrip: %s\n", error.c_str());
             return 1;
         }
     }
     return 0;
+}
+
+} // namespace
+
+void AddCodecRoundtripCommand(CLI::App& app) {
+    auto o = std::make_shared<Options>();
+    CLI::App* cmd = kelptool::AddCommand(
+        app, "codec-roundtrip", "Compress and decompress a picture, print the PSNR.",
+        [o](const CLI::App& command) { return RunRoundtrip(command, *o); });
+    kelptool::Describe(
+        *cmd, "  kelp codec-roundtrip IN.png --codec FOURCC [OUT.png] [options]\n"
+              "  kelp codec-roundtrip --generate [WxH] --codec FOURCC [OUT.png] [options]\n"
+              "Compresses the picture to one frame of FOURCC through the codec manager (the\n"
+              "codec is found among the plug-ins beside the library), decompresses the frame,\n"
+              "prints the PSNR (peak signal-to-noise ratio in dB: higher is closer) against\n"
+              "the original and writes the result to OUT.png.");
+    cmd->add_option("FILES", o->files,
+                    "IN.png (not with --generate), then OUT.png. IN.png is read with libpng:\n"
+                    "8-bit or 16-bit RGB, grey or palette; alpha is dropped. The picture is\n"
+                    "not scaled: DV needs 720x576 (PAL) or 720x480 (NTSC)")
+        ->type_name("IN.png OUT.png")
+        ->expected(0, 2);
+    o->generateOption =
+        cmd->add_option("--generate", o->generate,
+                        "use the project's synthetic test picture instead of a file, 720x576\n"
+                        "pixels unless a size WxH (sides 1 to 8192) is given")
+            ->type_name("[WxH]")
+            ->expected(0, 1);
+    cmd->add_option("--codec", o->codec,
+                    "the compressed format, four characters: MJPG, DVSD (DV25) or DVCS (DVCPRO)")
+        ->required()
+        ->type_name("FOURCC");
+    cmd->add_option("--bits", o->bits,
+                    "24 (default) or 32: the bits per pixel of the BGR picture handed to the\n"
+                    "codec and asked back")
+        ->type_name("N")
+        ->check(kelptool::OneOf({"24", "32"}));
+    cmd->add_option("--quality", o->quality,
+                    "1 to 100, for codecs that have a quality (MJPG; default 90): higher keeps\n"
+                    "more detail in a larger frame")
+        ->type_name("Q")
+        ->check(kelptool::WholeNumber(1, 100));
+    cmd->add_flag("--dv50", o->dv50,
+                  "with DVCS: DVCPRO50 (twice the data rate) instead of DVCPRO25");
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "cli.h"
 #include "commands.h"
 
 namespace {
@@ -25,21 +26,10 @@ std::string Narrow(const wchar_t* w) {
     return s;
 }
 
-} // namespace
-
-int CmdCodecs(int argc, char** argv) {
-    if (argc > 1) {
-        std::fprintf(stderr,
-                     "usage: kelp codecs\n\n"
-                     "Lists the codecs of the plug-ins (*.cdc) beside the library, highest\n"
-                     "priority first: format code, priority, name, what each decompresses\n"
-                     "and compresses. A codec that does not describe itself is listed with\n"
-                     "'-' and its priority only.\n");
-        return std::strcmp(argv[1], "--help") == 0 ? 0 : 2;
-    }
+int RunCodecs() {
     kelp::ICodecManager* manager = kelp::KXCODECCreateCodecManager();
     if (!manager) {
-        std::fprintf(stderr, "kelp: cannot make a codec manager\n");
+        std::fprintf(stderr, "kelp codecs: cannot make a codec manager\n");
         return 1;
     }
     manager->Init(0, nullptr);
@@ -75,4 +65,16 @@ int CmdCodecs(int argc, char** argv) {
     }
     manager->Release();
     return 0;
+}
+
+} // namespace
+
+void AddCodecsCommand(CLI::App& app) {
+    CLI::App* cmd = kelptool::AddCommand(app, "codecs", "List the codec plug-ins and what they do.",
+                                         [](const CLI::App&) { return RunCodecs(); });
+    kelptool::Describe(*cmd,
+                       "Lists the codecs of the plug-ins (*.cdc) beside the library, highest\n"
+                       "priority first: format code, priority (higher is asked first), name,\n"
+                       "what each decompresses and compresses. A codec that does not describe\n"
+                       "itself is listed with '-' and its priority only.");
 }

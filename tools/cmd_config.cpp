@@ -7,33 +7,30 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "cli.h"
 #include "commands.h"
 
 namespace {
 
-void ConfigUsage() {
-    std::fprintf(
-        stderr, "usage: kelp config get SECTION KEY\n"
-                "       kelp config set SECTION KEY VALUE [--type TYPE]\n"
-                "       kelp config list [SECTION]\n"
-                "       kelp config delete SECTION [KEY]\n"
-                "\n"
-                "TYPE is one of: int int64 uint uint64 dword bool color string stringa path\n"
-                "guid bin rect font (default: string). Values are written as:\n"
-                "  integers  decimal, or hex with 0x       bool   true/false, yes/no, on/off, 1/0\n"
-                "  guid      {8-4-4-4-12 hex digits}       bin    hex digits, two per byte\n"
-                "  rect      left,top,right,bottom\n"
-                "  font      height,width,escapement,orientation,weight,italic,underline,\n"
-                "            strikeout,charset,outprecision,clipprecision,quality,\n"
-                "            pitchandfamily,facename\n"
-                "\n"
-                "The settings file is $XDG_CONFIG_HOME/kelp/KELP.VST (default\n"
-                "~/.config/kelp/KELP.VST), or the site file that KELP_SITE_FILE names or\n"
-                "that file remembers.\n");
-}
+// What every action's help ends with: the types, how values are written, and the file.
+const char* const kConfigFooter =
+    "TYPE is one of: int int64 uint uint64 dword bool color string stringa path\n"
+    "guid bin rect font (default: string). Values are written as:\n"
+    "  integers  decimal, or hex with 0x       bool   true/false, yes/no, on/off, 1/0\n"
+    "  color     a 32-bit number, as integers  string, stringa, path  the text itself\n"
+    "  guid      {8-4-4-4-12 hex digits}       bin    hex digits, two per byte\n"
+    "  rect      left,top,right,bottom\n"
+    "  font      height,width,escapement,orientation,weight,italic,underline,\n"
+    "            strikeout,charset,outprecision,clipprecision,quality,\n"
+    "            pitchandfamily,facename\n"
+    "\n"
+    "The settings file is $XDG_CONFIG_HOME/kelp/KELP.VST (default\n"
+    "~/.config/kelp/KELP.VST), or the site file that KELP_SITE_FILE names or\n"
+    "that file remembers.";
 
 // ---- text: the tool converts wide text to UTF-8 and back itself, locale or not
 
@@ -432,107 +429,115 @@ bool AllSettings(std::vector<Entry>* out) {
     return ok;
 }
 
-int Get(int argc, char** argv) {
-    if (argc != 4) {
-        std::fprintf(stderr, "kelp config get: expected SECTION KEY\n");
-        return 2;
-    }
+int Get(const std::string& section, const std::string& key) {
     std::vector<Entry> all;
     if (!AllSettings(&all)) {
-        std::fprintf(stderr, "kelp config: the settings cannot be read\n");
+        std::fprintf(stderr, "kelp config get: the settings cannot be read\n");
         return 1;
     }
     for (const auto& e : all)
-        if (EqualNoCase(e.section, argv[2]) && EqualNoCase(e.key, argv[3])) {
+        if (EqualNoCase(e.section, section) && EqualNoCase(e.key, key)) {
             std::printf("%s\n", e.value.c_str());
             return 0;
         }
-    std::fprintf(stderr, "kelp config: no setting %s\\%s\n", argv[2], argv[3]);
+    std::fprintf(stderr, "kelp config get: no setting %s\\%s\n", section.c_str(), key.c_str());
     return 1;
 }
 
-int Set(int argc, char** argv) {
-    std::vector<const char*> pos;
-    const char* typeName = "string";
-    for (int i = 2; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--type") == 0) {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "kelp config set: --type needs a TYPE\n");
-                return 2;
-            }
-            typeName = argv[++i];
-        } else if (std::strncmp(argv[i], "--type=", 7) == 0) {
-            typeName = argv[i] + 7;
-        } else {
-            pos.push_back(argv[i]);
-        }
-    }
-    if (pos.size() != 3) {
-        std::fprintf(stderr, "kelp config set: expected SECTION KEY VALUE\n");
-        return 2;
-    }
-    uint32_t type;
-    if (!TypeOfName(typeName, &type)) {
-        std::fprintf(stderr, "kelp config set: unknown type '%s'\n", typeName);
-        return 2;
-    }
-    int rc = WriteValue(kelp::KELPGetCfg(false), pos[0], pos[1], type, pos[2]);
+int Set(const std::string& section, const std::string& key, const std::string& value,
+        const std::string& typeName) {
+    uint32_t type = kelp::KXCFG_STRING;
+    TypeOfName(typeName.c_str(), &type); // the option's check took only known names
+    const int rc = WriteValue(kelp::KELPGetCfg(false), section.c_str(), key.c_str(), type, value);
     if (rc == 2)
-        std::fprintf(stderr, "kelp config set: '%s' is not a valid %s value\n", pos[2], typeName);
+        std::fprintf(stderr, "kelp config set: '%s' is not a valid %s value\n", value.c_str(),
+                     typeName.c_str());
     else if (rc == 1)
-        std::fprintf(stderr, "kelp config: cannot write %s\\%s\n", pos[0], pos[1]);
+        std::fprintf(stderr, "kelp config set: cannot write %s\\%s\n", section.c_str(),
+                     key.c_str());
     return rc;
 }
 
-int List(int argc, char** argv) {
-    if (argc > 3) {
-        std::fprintf(stderr, "kelp config list: expected at most a SECTION\n");
-        return 2;
-    }
+int List(const std::string& section) {
     std::vector<Entry> all;
     if (!AllSettings(&all)) {
-        std::fprintf(stderr, "kelp config: the settings cannot be read\n");
+        std::fprintf(stderr, "kelp config list: the settings cannot be read\n");
         return 1;
     }
     for (const auto& e : all)
-        if (argc < 3 || EqualNoCase(e.section, argv[2]))
+        if (section.empty() || EqualNoCase(e.section, section))
             std::printf("%s\\%s (%s) = %s\n", e.section.c_str(), e.key.c_str(), NameOfType(e.type),
                         e.value.c_str());
     return 0;
 }
 
-int Delete(int argc, char** argv) {
-    if (argc != 3 && argc != 4) {
-        std::fprintf(stderr, "kelp config delete: expected SECTION [KEY]\n");
-        return 2;
-    }
+int Delete(const std::string& section, const std::string& key) {
     kelp::IKELPCfg& cfg = kelp::KELPGetCfg(false);
-    bool removed = argc == 4 ? cfg.DeleteSetting(argv[2], argv[3], 0) : cfg.DeleteKey(argv[2]);
+    const bool removed = !key.empty() ? cfg.DeleteSetting(section.c_str(), key.c_str(), 0)
+                                      : cfg.DeleteKey(section.c_str());
     if (removed) return 0;
-    if (argc == 4)
-        std::fprintf(stderr, "kelp config: no setting %s\\%s\n", argv[2], argv[3]);
+    if (!key.empty())
+        std::fprintf(stderr, "kelp config delete: no setting %s\\%s\n", section.c_str(),
+                     key.c_str());
     else
-        std::fprintf(stderr, "kelp config: no section %s\n", argv[2]);
+        std::fprintf(stderr, "kelp config delete: no section %s\n", section.c_str());
     return 1;
 }
 
+struct ConfigArgs {
+    std::string section, key, value, type = "string";
+};
+
 } // namespace
 
-int CmdConfig(int argc, char** argv) {
-    if (argc < 2) {
-        ConfigUsage();
-        return 2;
-    }
-    const char* sub = argv[1];
-    if (std::strcmp(sub, "get") == 0) return Get(argc, argv);
-    if (std::strcmp(sub, "set") == 0) return Set(argc, argv);
-    if (std::strcmp(sub, "list") == 0) return List(argc, argv);
-    if (std::strcmp(sub, "delete") == 0) return Delete(argc, argv);
-    if (std::strcmp(sub, "help") == 0 || std::strcmp(sub, "--help") == 0) {
-        ConfigUsage();
+void AddConfigCommand(CLI::App& app) {
+    auto a = std::make_shared<ConfigArgs>();
+    CLI::App* config = kelptool::AddGroup(app, "config", "Read and change the library's settings.");
+    kelptool::Describe(*config, std::string("kelp config ACTION --help describes an action.\n\n") +
+                                    kConfigFooter);
+    auto section = [&](CLI::App* action, const char* what) {
+        return action->add_option("SECTION", a->section, what)->type_name("");
+    };
+    auto key = [&](CLI::App* action, const char* what) {
+        return action->add_option("KEY", a->key, what)->type_name("");
+    };
+
+    CLI::App* get = kelptool::AddCommand(*config, "get", "Print one setting's value.",
+                                         [a](const CLI::App&) { return Get(a->section, a->key); });
+    section(get, "the section, in any case")->required();
+    key(get, "the key, in any case")->required();
+
+    CLI::App* set =
+        kelptool::AddCommand(*config, "set", "Write one setting.", [a](const CLI::App&) {
+            return Set(a->section, a->key, a->value, a->type);
+        });
+    section(set, "the section")->required();
+    key(set, "the key")->required();
+    set->add_option("VALUE", a->value, "the value, written as its TYPE says (below)")
+        ->required()
+        ->type_name("");
+    set->add_option("--type", a->type, "the type of the value (default: string)")
+        ->type_name("TYPE")
+        ->check(kelptool::OneOf({"int", "int64", "uint", "uint64", "dword", "bool", "color",
+                                 "string", "stringa", "path", "guid", "bin", "rect", "font"}));
+    kelptool::Describe(*set, kConfigFooter);
+
+    CLI::App* list =
+        kelptool::AddCommand(*config, "list", "Print every setting, or those of one section.",
+                             [a](const CLI::App&) { return List(a->section); });
+    section(list, "only this section, in any case");
+
+    CLI::App* del =
+        kelptool::AddCommand(*config, "delete", "Remove one setting, or a whole section.",
+                             [a](const CLI::App&) { return Delete(a->section, a->key); });
+    section(del, "the section, in any case")->required();
+    key(del, "only this key of it");
+
+    kelptool::AddCommand(*config, "help", "Print this help.", [config](const CLI::App&) {
+        // Not config->help(), which would describe the selected action, this one.
+        std::printf("%s", config->get_formatter()
+                              ->make_help(config, "kelp config", CLI::AppFormatMode::Normal)
+                              .c_str());
         return 0;
-    }
-    std::fprintf(stderr, "kelp config: unknown action '%s'\n", sub);
-    ConfigUsage();
-    return 2;
+    });
 }

@@ -15,8 +15,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
+#include "cli.h"
 #include "commands.h"
 #include "imagetool.h"
 
@@ -24,41 +26,17 @@ namespace {
 
 char g_tempPath[4096];
 
+constexpr uint32_t kMaxSide = 1u << 20; // the largest side --size takes
+
 extern "C" void OnConvertSignal(int sig) {
     if (g_tempPath[0]) unlink(g_tempPath);
     signal(sig, SIG_DFL);
     raise(sig);
 }
 
-int Usage() {
-    std::fprintf(stderr,
-                 "usage: kelp convert IN OUT [--depth 24|32] "
-                 "[--alpha straight|opaque|premultiplied] [--size WxH] [--quality Q]\n"
-                 "Reads IN (tif, tga, jpg, bmp, png, pcx, psd, wmf, bsi) and writes OUT as\n"
-                 ".bmp, .tif, .tga, .jpg or .bsi, chosen by its extension. --alpha loads at\n"
-                 "32 bits; .tif and .jpg files keep no alpha. --quality (per cent) is for\n"
-                 ".jpg; --size resamples while loading.\n");
-    return 2;
-}
-
 int Fail(const std::string& message) {
     std::fprintf(stderr, "kelp convert: %s\n", message.c_str());
     return 1;
-}
-
-bool ParseNumber(const char* text, uint32_t low, uint32_t high, uint32_t* value) {
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long v = std::strtoul(text, &end, 10);
-    if (errno || end == text || *end || text[0] == '-' || v < low || v > high) return false;
-    *value = uint32_t(v);
-    return true;
-}
-
-bool ParseSize(const std::string& text, uint32_t* w, uint32_t* h) {
-    const size_t x = text.find_first_of("xX");
-    return x != std::string::npos && ParseNumber(text.substr(0, x).c_str(), 1, 1u << 20, w) &&
-           ParseNumber(text.substr(x + 1).c_str(), 1, 1u << 20, h);
 }
 
 // The picture with its fourth byte holding `alpha`, through the conversion manager.
@@ -94,40 +72,24 @@ bool ChangeAlpha(KXBMINFOHEADERYUV* desc, void** pixels, uint32_t alpha,
     return true;
 }
 
-} // namespace
-
-int CmdConvert(int argc, char** argv) {
+struct ConvertArgs {
     std::string in, out;
-    uint32_t depth = 0, quality = 100, width = 0, height = 0;
-    int alpha = -1;
-    bool sized = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        const bool value = i + 1 < argc;
-        if (a == "--depth" && value) {
-            if (!ParseNumber(argv[++i], 24, 32, &depth) || (depth != 24 && depth != 32))
-                return Usage();
-        } else if (a == "--alpha" && value) {
-            const std::string v = argv[++i];
-            alpha = v == "straight"        ? int(KXDIB_ALPHA_VALID)
-                    : v == "opaque"        ? int(KXDIB_ALPHA_OPAQUE)
-                    : v == "premultiplied" ? int(KXDIB_ALPHA_PREMULTIPLIED)
-                                           : -2;
-            if (alpha == -2) return Usage();
-        } else if (a == "--size" && value) {
-            if (!ParseSize(argv[++i], &width, &height)) return Usage();
-            sized = true;
-        } else if (a == "--quality" && value) {
-            if (!ParseNumber(argv[++i], 0, 100, &quality)) return Usage();
-        } else if (!a.empty() && a[0] != '-' && in.empty()) {
-            in = a;
-        } else if (!a.empty() && a[0] != '-' && out.empty()) {
-            out = a;
-        } else {
-            return Usage();
-        }
-    }
-    if (in.empty() || out.empty()) return Usage();
+    uint32_t depth = 0, quality = 100;
+    std::string alphaName, size;
+};
+
+int RunConvert(const ConvertArgs& args) {
+    const std::string& in = args.in;
+    const std::string& out = args.out;
+    const uint32_t depth = args.depth, quality = args.quality;
+    uint32_t width = 0, height = 0;
+    const bool sized = !args.size.empty();
+    if (sized) kelptool::ParseSize(args.size, kMaxSide, &width, &height);
+    const int alpha = args.alphaName.empty()              ? -1
+                      : args.alphaName == "straight"      ? int(KXDIB_ALPHA_VALID)
+                      : args.alphaName == "opaque"        ? int(KXDIB_ALPHA_OPAQUE)
+                      : args.alphaName == "premultiplied" ? int(KXDIB_ALPHA_PREMULTIPLIED)
+                                                          : -1;
     if (alpha >= 0 && depth == 24) return Fail("alpha needs 32 bits: leave out --depth 24");
     const std::string ext = imagetool::Extension(out);
     if (ext != "bmp" && ext != "tif" && ext != "tga" && ext != "jpg" && ext != "bsi")
@@ -197,4 +159,45 @@ int CmdConvert(int argc, char** argv) {
     if (written == 32) std::printf(", %s alpha", imagetool::AlphaName(desc.bmi.bmiAlpha));
     std::printf("\n");
     return 0;
+}
+
+} // namespace
+
+void AddConvertCommand(CLI::App& app) {
+    auto args = std::make_shared<ConvertArgs>();
+    CLI::App* cmd = kelptool::AddCommand(
+        app, "convert", "Convert an image file (format, depth, alpha, size, quality).",
+        [args](const CLI::App&) { return RunConvert(*args); });
+    kelptool::Describe(*cmd,
+                       "Reads IN through the library's image files and writes OUT in the\n"
+                       "format its extension names. OUT is written under a temporary name and\n"
+                       "renamed when complete: a failed conversion never destroys an existing\n"
+                       "OUT.");
+    cmd->add_option("IN", args->in, "the image file: tif, tga, jpg, bmp, png, pcx, psd, wmf or bsi")
+        ->required()
+        ->type_name("FILE");
+    cmd->add_option("OUT", args->out,
+                    "the file to write: .bmp, .tif, .tga, .jpg or .bsi; .tif and .jpg keep no\n"
+                    "alpha")
+        ->required()
+        ->type_name("FILE");
+    cmd->add_option("--depth", args->depth,
+                    "24 or 32: the bits per pixel the image is loaded at (default: as the\n"
+                    "file holds it)")
+        ->type_name("BITS")
+        ->check(kelptool::OneOf({"24", "32"}));
+    cmd->add_option("--alpha", args->alphaName,
+                    "what the fourth byte of each pixel holds in OUT: straight (colour and\n"
+                    "separate alpha), opaque (all opaque) or premultiplied (colour already\n"
+                    "multiplied by alpha); loads at 32 bits")
+        ->type_name("STATE")
+        ->check(kelptool::OneOf({"straight", "opaque", "premultiplied"}));
+    cmd->add_option("--size", args->size,
+                    "width x height in pixels, each 1 to 1048576: resampled while loading")
+        ->type_name("WxH")
+        ->check(kelptool::PictureSize(kMaxSide));
+    cmd->add_option("--quality", args->quality,
+                    "0 to 100, for .jpg: per cent, higher keeps more detail (default 100)")
+        ->type_name("Q")
+        ->check(kelptool::WholeNumber(0, 100));
 }

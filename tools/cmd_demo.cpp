@@ -13,8 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "cli.h"
 #include "commands.h"
 #include "imagetool.h"
+#include "progress.h"
 
 namespace {
 
@@ -110,21 +112,7 @@ bool Check(bool ok, const char* what) {
     return ok;
 }
 
-} // namespace
-
-int CmdDemo(int argc, char** argv) {
-    std::string outDir, samplesDir;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--out") == 0 && i + 1 < argc) {
-            outDir = argv[++i];
-        } else if (std::strcmp(argv[i], "--samples") == 0 && i + 1 < argc) {
-            samplesDir = argv[++i];
-        } else {
-            std::fprintf(stderr, "usage: kelp demo [--out DIR [--samples DIR]]\n");
-            return 2;
-        }
-    }
-
+int RunDemo(const std::string& outDir, const std::string& samplesDir) {
     std::vector<unsigned char> pixels;
     KXBMINFOHEADER image = MakeImage(&pixels);
     PrintDesc("image", &image);
@@ -200,4 +188,29 @@ int CmdDemo(int argc, char** argv) {
     std::printf("(KELP_DEBUG_OUTPUT=1 kelp demo shows every trace line of the library on "
                 "standard error)\n");
     return ok ? 0 : 1;
+}
+
+} // namespace
+
+void AddDemoCommand(CLI::App& app) {
+    auto outDir = std::make_shared<std::string>();
+    auto samplesDir = std::make_shared<std::string>();
+    CLI::App* cmd = kelptool::AddCommand(
+        app, "demo", "A generated image through the conversion manager and the image files.",
+        [=](const CLI::App&) { return RunDemo(*outDir, *samplesDir); });
+    kelptool::Describe(*cmd,
+                       "A generated 96 x 64 image with alpha: its alpha taken out as an 8-bit\n"
+                       "image and put back, and an identity conversion; each step is checked\n"
+                       "and reported as ok or FAILED. KELP_DEBUG_OUTPUT=1 shows every trace\n"
+                       "line of the library on standard error.");
+    CLI::Option* out = cmd->add_option(
+        "--out", *outDir,
+        "write what was made as .bmp files into DIR (made if missing), and the image\n"
+        "through every image file format the library writes, read back (DIR/files)");
+    out->type_name("DIR");
+    cmd->add_option("--samples", *samplesDir,
+                    "with --out: convert every image file found in DIR to a 24-bit .bmp in\n"
+                    "the --out DIR's converted/")
+        ->type_name("DIR")
+        ->needs(out);
 }

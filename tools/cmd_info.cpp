@@ -4,8 +4,10 @@
 #include <kelp/kelp.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 
+#include "cli.h"
 #include "commands.h"
 #include "imagetool.h"
 
@@ -34,14 +36,7 @@ const char* OrientationText(uint32_t o) {
     }
 }
 
-} // namespace
-
-int CmdInfo(int argc, char** argv) {
-    if (argc != 2 || argv[1][0] == '-') {
-        std::fprintf(stderr, "usage: kelp info FILE\n");
-        return 2;
-    }
-    const std::string path = argv[1];
+int RunInfo(const std::string& path) {
     std::wstring wpath;
     if (!imagetool::Wide(path, &wpath)) {
         std::fprintf(stderr, "kelp info: %s: the name is not UTF-8\n", path.c_str());
@@ -89,4 +84,18 @@ int CmdInfo(int argc, char** argv) {
     }
     allocator.Free(desc);
     return 0;
+}
+
+} // namespace
+
+void AddInfoCommand(CLI::App& app) {
+    auto path = std::make_shared<std::string>();
+    CLI::App* cmd = kelptool::AddCommand(app, "info", "What the library sees in an image file.",
+                                         [path](const CLI::App&) { return RunInfo(*path); });
+    kelptool::Describe(*cmd,
+                       "Prints the size, bits per pixel and image bytes the library loads the\n"
+                       "file with, its format, the file's own depth and resolution (dots per\n"
+                       "inch), the stamp (thumbnail) it stores, and the orientation a camera\n"
+                       "wrote (1 upright to 8; 5 to 8 load turned a quarter).");
+    cmd->add_option("FILE", *path, "the image file")->required()->type_name("");
 }

@@ -1,16 +1,20 @@
-// The subcommands of the kelp tool, one file each. Each takes its own argv, where
-// argv[0] is the command's name, and returns the process exit code.
+// The commands of the kelp tool, one file each. Each function adds its subcommand to the
+// tool (see cli.h); the tool lists them in --help in the order of kCommands.
+// A new command is a new file with its Add function, and one line in each list below.
 #pragma once
 
-// kelp demo [--out DIR]: a generated image through the conversion manager.
-int CmdDemo(int argc, char** argv);
-// kelp resample IN OUT --rate HZ
-int CmdResample(int argc, char** argv);
-int CmdConfig(int argc, char** argv); // kelp config get|set|list|delete
-int CmdCodecs(int argc, char** argv);         // kelp codecs
-int CmdCodecRoundtrip(int argc, char** argv); // kelp codec-roundtrip IN.png --codec F OUT.png
-// kelp info FILE: what the library sees in an image file
-int CmdInfo(int argc, char** argv);
-// kelp convert IN OUT [--depth 24|32] [--alpha straight|opaque|premultiplied] [--size WxH]
-// [--quality Q]
-int CmdConvert(int argc, char** argv);
+#include <CLI/CLI.hpp>
+
+void AddVersionCommand(CLI::App& app);        // cmd_version.cpp
+void AddDemoCommand(CLI::App& app);           // cmd_demo.cpp
+void AddResampleCommand(CLI::App& app);       // cmd_resample.cpp
+void AddConfigCommand(CLI::App& app);         // cmd_config.cpp
+void AddCodecsCommand(CLI::App& app);         // cmd_codecs.cpp
+void AddCodecRoundtripCommand(CLI::App& app); // cmd_codec_roundtrip.cpp
+void AddInfoCommand(CLI::App& app);           // cmd_info.cpp
+void AddConvertCommand(CLI::App& app);        // cmd_convert.cpp
+
+inline void (*const kCommands[])(CLI::App&) = {
+    AddVersionCommand, AddDemoCommand,           AddResampleCommand, AddConfigCommand,
+    AddCodecsCommand,  AddCodecRoundtripCommand, AddInfoCommand,     AddConvertCommand,
+};

@@ -2,12 +2,15 @@
 // library writes and read back, and the project's sample files converted to .bmp.
 #include <kelp/kelp.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "imagetool.h"
+#include "progress.h"
 
 namespace imagetool {
 
@@ -79,23 +82,32 @@ bool DemoImageFiles(const std::string& outDir, const std::string& samplesDir,
 
     if (!samplesDir.empty()) {
         std::filesystem::create_directories(converted, ec);
+        std::vector<std::filesystem::path> samples;
+        for (const auto& e : std::filesystem::directory_iterator(samplesDir, ec))
+            if (e.is_regular_file()) samples.push_back(e.path());
+        std::sort(samples.begin(), samples.end());
         int count = 0, failed = 0;
-        for (const auto& e : std::filesystem::directory_iterator(samplesDir, ec)) {
-            if (!e.is_regular_file()) continue;
-            const std::string name = e.path().filename().string();
+        std::vector<std::string> failures;
+        kelptool::Progress progress("converting samples", int64_t(samples.size()));
+        for (const auto& path : samples) {
+            const std::string name = path.filename().string();
             Loaded l;
             // Flattened to 24 bits through the conversion manager, so that any viewer
             // shows it.
-            const bool step = LoadFile(io, e.path().string(), 0, &allocator, &l) &&
+            const bool step = LoadFile(io, path.string(), 0, &allocator, &l) &&
                               Save(io, converted + "/" + name + ".bmp", &l.desc.bmi, l.pixels,
                                    IMAGESAVE_FLATTEN24);
             if (l.pixels) allocator.Free(l.pixels);
             ++count;
             if (!step) {
                 ++failed;
-                std::printf("%-34s FAILED\n", ("sample " + name).c_str());
+                failures.push_back(name);
             }
+            progress.Update(count);
         }
+        progress.Finish();
+        for (const std::string& name : failures)
+            std::printf("%-34s FAILED\n", ("sample " + name).c_str());
         ok &=
             Check(failed == 0 && count > 0, "samples converted (" + std::to_string(count - failed) +
                                                 "/" + std::to_string(count) + ")");

@@ -57,8 +57,8 @@ expect_error 1 "no codec compresses" --generate --codec XVID
 expect_error 1 "no codec compresses 24-bit BGR 640x480 to 'DVSD'" --generate 640x480 --codec DVSD
 expect_error 1 "cannot open" "$work/missing.png" --codec MJPG
 expect_error 2 "four characters" --generate --codec MJPEG
-expect_error 2 "usage" --generate
-expect_error 2 "--bits is 24 or 32" --generate --codec MJPG --bits 16
+expect_error 2 "kelp codec-roundtrip: --codec is required" --generate
+expect_error 2 "kelp codec-roundtrip: --bits: 16 is not one of 24, 32" --generate --codec MJPG --bits 16
 
 [ "$failures" -eq 0 ] && echo "codec CLI: all passed"
 exit $((failures > 0))
