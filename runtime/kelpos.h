@@ -75,7 +75,7 @@ bool FileExists(const std::wstring& path);
 
 // ---- Locks, events, threads, thread-local slots
 class CriticalSection {
-  public:
+public:
     CriticalSection();
     ~CriticalSection();
     CriticalSection(const CriticalSection&) = delete;
@@ -85,12 +85,12 @@ class CriticalSection {
     void Leave();
     uint32_t Contention() const;
 
-  private:
+private:
     alignas(16) unsigned char m_storage[64];
 };
 
 class Event {
-  public:
+public:
     explicit Event(bool manualReset);
     ~Event();
     Event(const Event&) = delete;
@@ -99,7 +99,7 @@ class Event {
     void Reset();
     bool Wait(uint32_t ms); // true if signalled, false on time-out
 
-  private:
+private:
     alignas(16) unsigned char m_storage[128];
 };
 
