@@ -101,7 +101,7 @@ bool DeleteFile(const std::wstring& path);
 
 // ---- Locks and events
 class CriticalSection {
-  public:
+public:
     CriticalSection();
     ~CriticalSection();
     CriticalSection(const CriticalSection&) = delete;
@@ -111,12 +111,12 @@ class CriticalSection {
     void Leave();
     uint32_t Contention() const;
 
-  private:
+private:
     alignas(16) unsigned char m_storage[64];
 };
 
 class Event {
-  public:
+public:
     explicit Event(bool manualReset);
     ~Event();
     Event(const Event&) = delete;
@@ -125,7 +125,7 @@ class Event {
     void Reset();
     bool Wait(uint32_t ms); // true if signalled, false on time-out
 
-  private:
+private:
     alignas(16) unsigned char m_storage[128];
 };
 
