@@ -138,6 +138,7 @@ TEST(PageReAllocate, GrowsIntoFreePagesAndFailsAgainstAnotherBlock) {
         const unsigned region = c.a->GetSize(low);
 
         EXPECT_EQ(c.a->ReAllocate(low, region + 1, 0), nullptr);
+        EXPECT_EQ(c.a->ReAllocate(low, 0xFFFFFFFFu, 0), nullptr); // no room for 4 GB either
         EXPECT_EQ(c.a->GetSize(low), region);
         EXPECT_EQ(low[c.size - 1], 0x3C);
         EXPECT_EQ(high[0], 0x5A);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "runtime/kelpos.h"
 #include "runtime/kelpos_probe.h"
@@ -28,8 +29,19 @@ const Way kWays[] = {
     {"pages", [](const void* p, size_t n) { return int(probe::ByPages(uintptr_t(p), n)); }},
 };
 
+// True while nothing is mapped at the page of p, asked of the kernel another way.
+bool Unmapped(void* p) {
+    unsigned char resident;
+    return mincore(p, 1, &resident) != 0;
+}
+
 TEST(ReadableProbe, FindsUnreadablePagesAnywhereInTheRange) {
     const size_t page = size_t(sysconf(_SC_PAGESIZE));
+    // Each way asked once first, so that whatever it sets up on its first use is mapped
+    // before the hole below is made: a new mapping could otherwise land in it.
+    std::vector<unsigned char> warm(4 * page);
+    for (const Way& w : kWays)
+        w.ask(warm.data(), warm.size());
     auto* map = static_cast<unsigned char*>(
         mmap(nullptr, 8 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     ASSERT_NE(map, MAP_FAILED);
@@ -55,6 +67,7 @@ TEST(ReadableProbe, FindsUnreadablePagesAnywhereInTheRange) {
         {7 * page - 1, 2, false},
         {size_t(-1) / 2, page, false}, // far from any mapping
     };
+    ASSERT_TRUE(Unmapped(map + 6 * page));
     for (const Way& w : kWays) {
         if (w.ask(map, page) == probe::kUnknown) {
             std::printf("the %s is not offered here\n", w.name);
@@ -68,6 +81,7 @@ TEST(ReadableProbe, FindsUnreadablePagesAnywhereInTheRange) {
             EXPECT_EQ(w.ask(p, t.size), int(t.readable)) << w.name << " asked again";
         }
     }
+    ASSERT_TRUE(Unmapped(map + 6 * page)) << "something was mapped into the hole meanwhile";
     // A long readable range: one answer for all its pages.
     std::string big(3 << 20, 'x');
     for (const Way& w : kWays) {
