@@ -1,7 +1,8 @@
 // kelp resample IN OUT --rate HZ [--fixed]: converts a sound file to another rate and
 // writes 16-bit PCM WAV. Any pair of rates goes through the streaming sample-rate
 // converter, all channels together; with --fixed the standard pairs go through the
-// fixed-ratio converter instead, one converter per channel.
+// fixed-ratio converter instead, one converter per channel (the rises from 11025 and
+// 22050 Hz come out one output in 1764 or 1920 short).
 //
 // The input is only ever opened for reading. The output is written under a temporary
 // name in its own directory and renamed over OUT only when it is complete, so a failure
@@ -19,9 +20,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -58,8 +61,10 @@ void CatchSignals(void (*handler)(int)) {
     signal(SIGHUP, handler);
 }
 
-// The modes whose converter keeps time and pitch. Above a fall of 2 the converter steps
-// by the fraction of the ratio only and would play the file slower and lower.
+// The modes the tool serves. Above a fall of 2 the converter steps by the fraction of the
+// ratio only and would play the file slower and lower: those are refused. The rises from
+// 11025 and 22050 Hz drop one output per 40 ms pattern (slightly short and sharp); they
+// are served, and the help of --fixed says so. The others keep time and pitch exactly.
 bool Served(CSamRateCon::MODE mode) {
     return mode != CSamRateCon::MODE_NONE && mode != CSamRateCon::MODE_48000_22050 &&
            mode != CSamRateCon::MODE_48000_11025 && mode != CSamRateCon::MODE_44100_11025;
@@ -75,6 +80,16 @@ struct SndFileCloser {
     void operator()(SNDFILE* f) const { sf_close(f); }
 };
 using SndFile = std::unique_ptr<SNDFILE, SndFileCloser>;
+
+// A float sample of full scale 1.0 to 16 bits: the inverse of reading 16 bits as x / 32768,
+// so that samples that were 16-bit come back unchanged.
+short ToPcm16(float x) {
+    const float v = x * 32768.0f;
+    if (!(v == v)) return 0;
+    if (v >= 32767.0f) return 32767;
+    if (v <= -32768.0f) return -32768;
+    return short(std::lrint(v));
+}
 
 // Converts the frames of `in` into `out`; false with a message on a read or write error.
 bool Convert(SNDFILE* in, const SF_INFO& info, SNDFILE* out, CSamRateCon::MODE mode,
@@ -92,6 +107,9 @@ bool Convert(SNDFILE* in, const SF_INFO& info, SNDFILE* out, CSamRateCon::MODE m
     }
     const uint32_t room =
         conv.empty() ? uint32_t(kBlockFrames) : conv[0]->GetMaxDestSize(kBlockFrames);
+    // Read as float, which libsndfile scales to full scale 1.0 for every encoding, and
+    // made 16-bit here: reading 16-bit samples directly would not scale float files.
+    std::vector<float> block(size_t(kBlockFrames) * channels);
     std::vector<short> src(size_t(kBlockFrames) * channels);
     std::vector<short> dst(size_t(room) * channels);
     std::vector<short> lastFrame(channels, 0);
@@ -125,8 +143,10 @@ bool Convert(SNDFILE* in, const SF_INFO& info, SNDFILE* out, CSamRateCon::MODE m
     };
 
     for (;;) {
-        const sf_count_t got = sf_readf_short(in, src.data(), kBlockFrames);
+        const sf_count_t got = sf_readf_float(in, block.data(), kBlockFrames);
         if (got <= 0) break;
+        for (size_t i = 0; i < size_t(got) * channels; ++i)
+            src[i] = ToPcm16(block[i]);
         std::copy(src.begin() + (got - 1) * channels, src.begin() + got * channels,
                   lastFrame.begin());
         if (!run(src.data(), got)) return false;
@@ -145,51 +165,113 @@ bool Convert(SNDFILE* in, const SF_INFO& info, SNDFILE* out, CSamRateCon::MODE m
     return true;
 }
 
+// ---- What a WAV file's header claims
+
+uint32_t Le(const unsigned char* p, int bytes) {
+    uint32_t v = 0;
+    for (int i = bytes - 1; i >= 0; --i)
+        v = v << 8 | p[i];
+    return v;
+}
+
+// The frames that the data chunk of a RIFF WAVE file claims, by its size field and the
+// block size of its format (ADPCM blocks hold several frames); -1 if the file is not
+// such a file or the claim cannot be worked out. libsndfile reads only what the file
+// holds, whatever the header says.
+int64_t ClaimedFrames(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    unsigned char head[12];
+    if (!f.read(reinterpret_cast<char*>(head), 12) || std::memcmp(head, "RIFF", 4) != 0 ||
+        std::memcmp(head + 8, "WAVE", 4) != 0)
+        return -1;
+    uint32_t blockAlign = 0, framesPerBlock = 1;
+    for (int chunks = 0; chunks < 1000; ++chunks) {
+        unsigned char chunk[8];
+        if (!f.read(reinterpret_cast<char*>(chunk), 8)) return -1;
+        const uint32_t size = Le(chunk + 4, 4);
+        if (std::memcmp(chunk, "fmt ", 4) == 0) {
+            unsigned char fmt[20] = {};
+            if (size < 16 || !f.read(reinterpret_cast<char*>(fmt), std::min<uint32_t>(size, 20)))
+                return -1;
+            const uint32_t tag = Le(fmt, 2);
+            blockAlign = Le(fmt + 12, 2);
+            // IMA and Microsoft ADPCM: the frames of a block follow the extension size.
+            if ((tag == 0x11 || tag == 0x02) && size >= 20) framesPerBlock = Le(fmt + 18, 2);
+            f.seekg(std::streamoff(size + (size & 1)) - std::min<uint32_t>(size, 20),
+                    std::ios::cur);
+        } else if (std::memcmp(chunk, "data", 4) == 0) {
+            if (blockAlign == 0 || framesPerBlock == 0) return -1;
+            return int64_t(size / blockAlign) * framesPerBlock;
+        } else {
+            f.seekg(std::streamoff(size) + (size & 1), std::ios::cur);
+        }
+        if (!f) return -1;
+    }
+    return -1;
+}
+
 // ---- The streaming path
 
 constexpr uint32_t kMaxStreamChannels = 32; // a selection mask has 32 bits
 
-// The source frames per output frame that the streaming converter serves cleanly: from
-// 0.01 up to 4 - 8 / 512. Its resampler keeps at least four blocks of 512 frames ahead
-// of a block of output, and the filter reads 8 frames past its position, so a block of
-// output may step over at most 2048 - 8 source frames.
-constexpr double kMinStreamRatio = 0.01;
-constexpr double kMaxStreamRatio = 4.0 - 8.0 / 512.0;
+// An empty input, for asking the streaming converter whether it takes a pair of rates.
+class NoInput : public kelp::ISampleRateConverter::IReadData {
+public:
+    bool ReadData(void**, uint32_t*, uintptr_t*) override { return false; }
+    void FreeData(void*, uintptr_t) override {}
+};
 
+// Whether the streaming converter takes `from` to `to`: asked of the converter itself,
+// so that the tool's limits are the library's.
 bool StreamServed(int64_t from, int64_t to) {
-    const float ratio = float(double(from) / double(to));
-    return ratio <= float(kMaxStreamRatio) && ratio >= float(kMinStreamRatio);
+    if (from < 1 || to < 1 || from > INT32_MAX || to > INT32_MAX) return false;
+    const kelp::CKXWAVFormat format(int(from), 32, 1, 1, KXWAVE_FORMAT_IEEE_FLOAT);
+    NoInput none;
+    void* object = nullptr;
+    if (!kelp::ISampleRateConverter::Create(format, int(to), &none, &object)) return false;
+    static_cast<kelp::ISampleRateConverter*>(object)->Release();
+    return true;
 }
 
-// The output rates served from `from`, as text for a message: what the streaming
-// converter takes, within the rates the tool writes.
+// The output rates served from `from` within 1 to kMaxRate, as text for a message. The
+// served rates are one range around `from` (which itself is served): its ends are found
+// by halving.
 std::string StreamRange(int64_t from) {
-    int64_t low = std::max<int64_t>(1, int64_t(std::floor(double(from) / kMaxStreamRatio)));
-    while (low <= kMaxRate && !StreamServed(from, low))
-        ++low;
-    int64_t high = std::min<int64_t>(kMaxRate, int64_t(std::ceil(double(from) / kMinStreamRatio)));
-    while (high >= low && !StreamServed(from, high))
-        --high;
-    if (low > high) return "no rate up to " + std::to_string(kMaxRate) + " Hz";
-    return std::to_string(low) + " to " + std::to_string(high) + " Hz";
+    // Above the limit, the limit itself is the highest rate that may be served.
+    if (from > kMaxRate && !StreamServed(from, kMaxRate))
+        return "no rate up to " + std::to_string(kMaxRate) + " Hz";
+    int64_t top = std::min<int64_t>(from, kMaxRate); // served
+    int64_t lo = 0, hi = top;                        // lo not served (or 0), hi served
+    while (hi - lo > 1) {
+        const int64_t mid = lo + (hi - lo) / 2;
+        (StreamServed(from, mid) ? hi : lo) = mid;
+    }
+    const int64_t low = hi;
+    lo = top;
+    hi = int64_t(kMaxRate) + 1; // lo served, hi not (or past the limit)
+    while (hi - lo > 1) {
+        const int64_t mid = lo + (hi - lo) / 2;
+        (StreamServed(from, mid) ? lo : hi) = mid;
+    }
+    return std::to_string(low) + " to " + std::to_string(lo) + " Hz";
 }
 
 std::string RateHelp() {
     return "the output rate in hertz, 1 to " + std::to_string(kMaxRate) +
-           ". The streaming converter\n"
-           "takes any output rate from the input rate / " +
-           std::to_string(kMaxStreamRatio).substr(0, 8) +
-           " up to 100 times\nthe input rate; --fixed takes the pairs listed there";
+           ". The streaming converter takes\n"
+           "rates from a little over a quarter of the input rate up to 100 times it;\n"
+           "a pair it does not take is refused with the range it takes from that input.\n"
+           "--fixed takes only the pairs listed there";
 }
 
 std::string FixedHelp() {
     return "use the fixed-ratio converter, one per channel, for these pairs\n"
            "(input -> output rate):\n"
-           "  32000, 44100 -> 48000 and 32000, 48000 -> 44100: exact\n"
-           "  44100, 48000 -> 32000 and 44100 -> 22050: exact\n"
-           "  11025, 22050 -> 44100 and -> 48000: one output in every 40 ms\n"
-           "    is dropped (1 of 1764 or 1920), so the sound is 0.05 % short and\n"
-           "    sharp, with a small jump every 40 ms\n"
+           "  32000, 44100 -> 48000; 32000, 48000 -> 44100; 44100, 48000 -> 32000;\n"
+           "  44100 -> 22050: exact length and pitch\n"
+           "  11025, 22050 -> 44100 and -> 48000: one output of every 40 ms pattern\n"
+           "  is dropped (1 of 1764 at 44100, 1 of 1920 at 48000), so the sound is\n"
+           "  0.057 % or 0.052 % shorter and sharper, with a small jump every 40 ms\n"
            "A file already at the rate is copied";
 }
 // The input file as the converter's reader: blocks of float frames, one stream. One
@@ -231,16 +313,6 @@ private:
 struct Releaser {
     void operator()(kelp::ISampleRateConverter* c) const { c->Release(); }
 };
-
-// A float sample of full scale 1.0 to 16 bits: the inverse of reading 16 bits as x / 32768,
-// so that samples that were 16-bit come back unchanged.
-short ToPcm16(float x) {
-    const float v = x * 32768.0f;
-    if (!(v == v)) return 0;
-    if (v >= 32767.0f) return 32767;
-    if (v <= -32768.0f) return -32768;
-    return short(std::lrint(v));
-}
 
 // Converts all frames of `in` to `rate` through the streaming converter into `out`;
 // false with a message on a read or write error.
@@ -311,6 +383,15 @@ int RunResample(const ResampleArgs& args) {
         Fail("cannot read '" + inPath + "': " + sf_strerror(nullptr));
         return 1;
     }
+    // A file cut short: its frames are converted, and the shortfall is told.
+    const int64_t claimed =
+        (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV ? ClaimedFrames(inPath) : -1;
+    if (claimed > info.frames)
+        std::fprintf(stderr,
+                     "kelp resample: warning: '%s': the header says %lld frames, the file "
+                     "holds %lld; converting those\n",
+                     inPath.c_str(), static_cast<long long>(claimed),
+                     static_cast<long long>(info.frames));
     CSamRateCon::MODE mode = CSamRateCon::MODE_NONE;
     if (!fixed) {
         if (info.channels < 1 || uint32_t(info.channels) > kMaxStreamChannels) {

@@ -87,7 +87,8 @@ TEST_F(StreamCli, RefusesWhatItCannotServeInOneLine) {
     struct Case {
         std::string args, message;
     } cases[] = {
-        // up to 4 - 8 / 512 source frames per output frame: 12047.06 Hz from 48000 Hz
+        // up to 4 - 8 / 512 source frames per output frame: 12047.06 Hz from 48000 Hz;
+        // at most 100 times the input, and 1000000 Hz at most.
         {" --rate 12047", "cannot convert 48000 Hz to 12047 Hz (from 48000 Hz the streaming "
                           "converter serves 12048 to 1000000 Hz)"},
         {" --rate 1000001", "kelp resample: --rate: 1000001 not in 1..1000000"},
@@ -100,6 +101,22 @@ TEST_F(StreamCli, RefusesWhatItCannotServeInOneLine) {
         EXPECT_FALSE(fs::exists(Path("out.wav")));
     }
     EXPECT_EQ(Run(Path("in.wav") + " " + Path("out.wav") + " --rate 12048"), 0);
+    // Input rates near and above the limit of --rate: the range is what the converter
+    // takes within that limit, worked out without overflow.
+    const struct {
+        int from;
+        std::string range;
+    } fast[] = {{2000000, "501961 to 1000000 Hz"},
+                {25000000, "no rate up to 1000000 Hz"},
+                {2147483647, "no rate up to 1000000 Hz"}};
+    for (const auto& k : fast) {
+        MakeWav("fast.wav", k.from, 1, 100, 1000.0);
+        std::string err;
+        EXPECT_EQ(Run(Path("fast.wav") + " " + Path("out3.wav") + " --rate 8000", &err), 1);
+        EXPECT_EQ(err, "kelp resample: cannot convert " + std::to_string(k.from) +
+                           " Hz to 8000 Hz (from " + std::to_string(k.from) +
+                           " Hz the streaming converter serves " + k.range + ")\n");
+    }
     MakeWav("wide.wav", 8000, 33, 100, 440.0);
     std::string err;
     EXPECT_EQ(Run(Path("wide.wav") + " " + Path("out2.wav") + " --rate 16000", &err), 1);
