@@ -19,8 +19,9 @@ void RateBlock_C(const float* const* src, unsigned channels, const RateStep* ste
             out[c][i] = RateFrame(src[c] + steps[i].offset, steps[i], filter->h);
 }
 
-RateBlockKernel RateBlockKernelFor(int) {
-    return RateBlock_C;
+RateBlockKernel RateBlockKernelFor(int target) {
+    RateBlockKernel k = kelp::rateconvert::VectorRateBlock(target);
+    return k ? k : RateBlock_C;
 }
 
 RateBlockKernel ChooseRateBlockKernel() {

@@ -81,14 +81,14 @@ void SetPixels(benchmark::State& state) {
 
 // ---- Depth kernels
 
-enum DepthJob { kBgrTo32, kBgraTo24, k555To32, kPal8To32, kPal4To32, kPal1To32 };
+enum DepthJob { kBgrTo32, kBgraTo24, k555To32, kPal8To32, kPal4To32, kPal1To32, kPal8To24 };
 
 void DepthRun(benchmark::State& state, DepthJob job) {
     int path;
     if (!PickPath(state, &path)) return;
     const depthrows::Kernels& k = DepthKernels(path);
-    static const int32_t srcBits[] = {24, 32, 16, 8, 4, 1};
-    static const int32_t dstBits[] = {32, 24, 32, 32, 32, 32};
+    static const int32_t srcBits[] = {24, 32, 16, 8, 4, 1, 8};
+    static const int32_t dstBits[] = {32, 24, 32, 32, 32, 32, 24};
     int32_t sStride = Stride(srcBits[job]), dStride = Stride(dstBits[job]);
     std::vector<uint8_t> src = RandomBytes(size_t(sStride) * kH, 7);
     std::vector<uint8_t> dst(size_t(dStride) * kH);
@@ -118,6 +118,9 @@ void DepthRun(benchmark::State& state, DepthJob job) {
             case kPal1To32:
                 k.pal1To32(s, d, kW, &pal);
                 break;
+            case kPal8To24:
+                k.pal8To24(s, d, kW, &pal);
+                break;
             }
         }
         benchmark::DoNotOptimize(dst.data());
@@ -144,6 +147,9 @@ void BM_DepthPal4To32(benchmark::State& s) {
 void BM_DepthPal1To32(benchmark::State& s) {
     DepthRun(s, kPal1To32);
 }
+void BM_DepthPal8To24(benchmark::State& s) {
+    DepthRun(s, kPal8To24);
+}
 BENCHMARK(BM_Depth24To32)
     ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
@@ -165,6 +171,10 @@ BENCHMARK(BM_DepthPal4To32)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_DepthPal1To32)
+    ->DenseRange(0, kOldAVX2)
+    ->Unit(benchmark::kMillisecond)
+    ->ComputeStatistics("min", Least);
+BENCHMARK(BM_DepthPal8To24)
     ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);

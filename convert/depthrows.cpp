@@ -103,9 +103,5 @@ const Kernels& Current() {
     return ForTarget(BestSimdTarget());
 }
 
-const Kernels* VectorKernels(int) {
-    return nullptr;
-}
-
 } // namespace depthrows
 } // namespace kelp
