@@ -10,6 +10,7 @@
 
 #include "audio/rateconvertimp.h"
 #include "audio/srccoeffs.h"
+#include "guardedbuffer.h"
 #include "runtime/cpuflags.h"
 #include "simdtargets.h"
 #include "varrate_signal.h"
@@ -44,19 +45,23 @@ TEST(VarRateKernel, FastFormsEqualThePlainLoop) {
     for (unsigned channels = 1; channels <= 7; ++channels) {
         for (int n : {1, 2, 3, 4, 5, 7, 64, 257}) {
             for (int round = 0; round < 5; ++round) {
-                std::vector<std::vector<float>> data(channels, std::vector<float>(frames + 8));
+                // Each channel's frames end at an unreadable page; the last frame that a
+                // step may read is the last of the buffer.
+                std::vector<std::unique_ptr<kelptest::GuardedBuffer>> data;
                 std::vector<const float*> src(channels);
                 for (unsigned c = 0; c < channels; ++c) {
+                    data.emplace_back(new kelptest::GuardedBuffer((frames + 8) * sizeof(float)));
+                    float* x = reinterpret_cast<float*>(data.back()->data());
                     // plain values; then some edge values; then signed zeros only
-                    for (float& v : data[c])
-                        v = round == 4                     ? (rng() % 2 ? 0.0f : -0.0f)
-                            : round == 3 && rng() % 8 == 0 ? edge[rng() % 10]
-                                                           : uni(rng) * 4.0f;
-                    src[c] = data[c].data();
+                    for (int f = 0; f < frames + 8; ++f)
+                        x[f] = round == 4                     ? (rng() % 2 ? 0.0f : -0.0f)
+                               : round == 3 && rng() % 8 == 0 ? edge[rng() % 10]
+                                                              : uni(rng) * 4.0f;
+                    src[c] = x;
                 }
                 std::vector<RateStep> steps(n);
                 for (auto& s : steps) {
-                    s.offset = int(rng() % frames);
+                    s.offset = rng() % 4 == 0 ? frames : int(rng() % frames);
                     s.phase = int(rng() % 8);
                     int k = int(rng() % 10);
                     s.blend = k == 0   ? 0.0f
