@@ -147,7 +147,13 @@ void RateBlock(const float* const* src, unsigned channels, const RateStep* steps
             const float(*c[kJobs])[4];
             for (int j = 0; j < kJobs; ++j) {
                 const RateStep& s = steps[i + j];
-                (j % 2 ? pb : pa)[j / 2] = x0 + s.offset;
+                // (Not `(j % 2 ? pb : pa)[j / 2]`: GCC 12 gets that wrong without
+                // optimisation.)
+                if (j % 2) {
+                    pb[j / 2] = x0 + s.offset;
+                } else {
+                    pa[j / 2] = x0 + s.offset;
+                }
                 c[j] = pairs[s.phase];
                 w[2 * j] = s.blend;
                 w[2 * j + 1] = 1.0f - s.blend;
