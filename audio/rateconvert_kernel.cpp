@@ -19,9 +19,11 @@ void RateBlock_C(const float* const* src, unsigned channels, const RateStep* ste
             out[c][i] = RateFrame(src[c] + steps[i].offset, steps[i], filter->h);
 }
 
+RateBlockKernel RateBlockKernelFor(int target) {
+    RateBlockKernel k = kelp::rateconvert::VectorRateBlock(target);
+    return k ? k : RateBlock_C;
+}
+
 RateBlockKernel ChooseRateBlockKernel() {
-    uint32_t flags = kelp::CpuFlags();
-    if (flags & kelp::kCpuAVX2) return RateBlock_AVX2;
-    if (flags & kelp::kCpuSSE2) return RateBlock_SSE2;
-    return RateBlock_C;
+    return RateBlockKernelFor(kelp::BestSimdTarget());
 }

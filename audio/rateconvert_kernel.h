@@ -3,8 +3,9 @@
 // each of two neighbouring filter phases, blended linearly:
 //   s1 = sum x[t] * h[(8 - q) + 8t],  s2 = sum x[t] * h[(7 - q) + 8t]   (t = 0..7, in order)
 //   out = s1 * (1 - a) + s2 * a
-// all in single precision. The plain loop defines the result; the fast forms do exactly
-// the same float operations in the same order, only several channels or frames at once.
+// all in single precision. The plain loop defines the result; the vector forms
+// (rateconvert_kernel_simd.cpp) do exactly the same float operations in the same order,
+// only several channels or frames at once.
 #pragma once
 
 // Where one output frame reads: the source offset of its first tap, the phase q (0..7)
@@ -32,10 +33,17 @@ typedef void (*RateBlockKernel)(const float* const* src, unsigned channels, cons
 
 void RateBlock_C(const float* const* src, unsigned channels, const RateStep* steps, int n,
                  const RateFilter* filter, float* const* out);
-void RateBlock_SSE2(const float* const* src, unsigned channels, const RateStep* steps, int n,
-                    const RateFilter* filter, float* const* out);
-void RateBlock_AVX2(const float* const* src, unsigned channels, const RateStep* steps, int n,
-                    const RateFilter* filter, float* const* out);
 
-// The best kernel that the processor and the fast-path mask allow.
+// The kernel of a vector target (kelp::SimdTarget): that target's form, or the best one
+// below it that was compiled, at worst RateBlock_C.
+RateBlockKernel RateBlockKernelFor(int target);
+// RateBlockKernelFor(BestSimdTarget()): chosen once, when a resampler is made.
 RateBlockKernel ChooseRateBlockKernel();
+
+namespace kelp {
+namespace rateconvert {
+// The vector form of a target, or of the best target below it that was compiled; null
+// for none (rateconvert_kernel_simd.cpp).
+RateBlockKernel VectorRateBlock(int target);
+} // namespace rateconvert
+} // namespace kelp

@@ -66,7 +66,9 @@ TEST(RgbconvRows, PlainPixelRules) {
     EXPECT_EQ(std::vector<uint8_t>(out24, out24 + 6), (std::vector<uint8_t>{1, 2, 3, 4, 5, 6}));
 }
 
-// Every kernel of the table chosen under each processor mask, against the plain loop.
+// Every kernel of the table of each vector target, against the plain loop, at widths
+// around every target's blocks (16, 32 and 64 pixels, 32 for 1 bit) and the slack of
+// 24-bit loads and stores.
 TEST(RgbconvRows, FastPathsEqualPlainOnRandomRows) {
     std::mt19937 rng(1234);
     std::vector<uint8_t> table(256 * 4);
@@ -94,13 +96,13 @@ TEST(RgbconvRows, FastPathsEqualPlainOnRandomRows) {
         {"bgrTo32", 24, 4, nullptr, &Kernels::bgrTo32},
         {"bgraTo24", 32, 3, nullptr, &Kernels::bgraTo24},
     };
-    const int32_t widths[] = {1,  2,  3,  7,  8,  15, 16, 17,  31,  32,
-                              33, 47, 63, 64, 65, 95, 97, 127, 255, 1921};
+    const int32_t widths[] = {1,  2,  3,  7,  8,  15, 16, 17,  31,  32,  33,  47,  48,
+                              63, 64, 65, 66, 95, 96, 97, 127, 128, 129, 255, 1921};
     const Kernels& plain = PlainKernels();
 
-    for (uint32_t mask : kelptest::PathMasks()) {
-        kelptest::CpuMask cm(mask);
+    kelptest::ForEachSimdTarget([&](int target) {
         const Kernels& k = Current();
+        EXPECT_STREQ(k.name, kelp::SimdTargetName(target));
         for (const Case& c : cases) {
             for (int32_t w : widths) {
                 size_t srcSize = (size_t(w) * c.srcBits + 7) / 8;
@@ -122,7 +124,7 @@ TEST(RgbconvRows, FastPathsEqualPlainOnRandomRows) {
                 }
             }
         }
-    }
+    });
 }
 
 // All 65,536 words of 5-5-5 through every path, and the two extreme 1-bit bytes.
@@ -136,8 +138,7 @@ TEST(RgbconvRows, EveryWordAndEdgeByteOnEveryPath) {
     std::vector<uint8_t> want32(4 * n), want24(3 * n);
     Rgb555To32_C(src.data(), want32.data(), n);
     Rgb555To24_C(src.data(), want24.data(), n);
-    for (uint32_t mask : kelptest::PathMasks()) {
-        kelptest::CpuMask cm(mask);
+    kelptest::ForEachSimdTarget([&](int) {
         const Kernels& k = Current();
         GuardedBuffer d32(4 * n), d24(3 * n);
         k.rgb555To32(src.data(), d32.data(), n);
@@ -154,5 +155,5 @@ TEST(RgbconvRows, EveryWordAndEdgeByteOnEveryPath) {
         k.pal1To32(bits.data(), out.data(), 64, &pal);
         for (int x = 0; x < 64; ++x)
             ASSERT_EQ(out.data()[4 * x], x < 32 ? 10 : 200) << k.name << " pixel " << x;
-    }
+    });
 }
