@@ -40,6 +40,9 @@ void ConstructThreadHook();
 void DestroyThreadHook();
 void ConstructEventNames();
 void DestroyEventNames();
+// The image toolkit's tables and translators are made on first use; their entry only
+// ends them.
+void DestroyToolkit();
 
 // Set while the module's constructor runs and cleared when its teardown ends.
 bool Attached();
