@@ -21,7 +21,8 @@ const module::GlobalEntry kGlobals[] = {
      module::DestroyDualVirtAllocators},
     {"heap thread-local slot", module::ConstructHeapThreadSlot, module::DestroyHeapThreadSlot},
     {"bad_alloc object", module::ConstructBadAlloc, module::DestroyBadAlloc},
-    {"processor functions", module::ConstructEnhancedFunctions, module::DestroyEnhancedFunctions},
+    {"processor functions", module::ConstructEnhancedFunctions,
+     module::DestroyEnhancedFunctions},
     {"thread registration hook", module::ConstructThreadHook, module::DestroyThreadHook},
     {"event names", module::ConstructEventNames, module::DestroyEventNames},
     // conversion manager: list, map and lock
@@ -71,18 +72,10 @@ __attribute__((destructor)) void ModuleDetach() {
 
 } // namespace
 
-bool module::Attached() {
-    return g_attached;
-}
+bool module::Attached() { return g_attached; }
 
-KXMODULE GetKELPModule() {
-    return g_module;
-}
-const wchar_t* GetKELPModuleFile() {
-    return g_moduleFile ? g_moduleFile->c_str() : L"";
-}
-const wchar_t* GetKELPModulePath() {
-    return g_modulePath ? g_modulePath->c_str() : L"";
-}
+KXMODULE GetKELPModule() { return g_module; }
+const wchar_t* GetKELPModuleFile() { return g_moduleFile ? g_moduleFile->c_str() : L""; }
+const wchar_t* GetKELPModulePath() { return g_modulePath ? g_modulePath->c_str() : L""; }
 
 } // namespace kelp
