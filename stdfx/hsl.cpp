@@ -5,6 +5,7 @@
 #include <kelp/stdfx_tables.h>
 
 #include <cmath>
+#include <cstdint>
 
 namespace stdfx {
 
@@ -30,8 +31,17 @@ float Hue(int r, int g, int b, int max, int min, float tr, float tg, float tb) {
     return r != min ? 5.0f - tr : 3.0f + tg;
 }
 
-int NearestInt(float v) {
-    return int(std::nearbyint(v));
+// v rounded to the nearest, held to 0..top: a full component (255.5 or 65535.5 before
+// rounding) would otherwise reach one past the range.
+int Nearest(float v, int top) {
+    const float r = std::nearbyint(v);
+    return !(r > 0.0f) ? 0 : r >= float(top) ? top : int(r); // NaN too gives 0
+}
+
+// Truncation, held to the int range for values that are no colour.
+int Truncated(float v) {
+    if (v != v) return 0;
+    return v >= 2147483520.0f ? INT32_MAX : v <= -2147483520.0f ? INT32_MIN : int(v);
 }
 
 } // namespace
@@ -98,26 +108,24 @@ void CHSL::Components(float out[3], float h, float l, float s) const {
 void CHSL::HSLToRGB(int* r, int* g, int* b, float h, float l, float s) {
     float c[3];
     Components(c, h, l, s);
-    *r = int(c[0] * 255.0f + 0.5f);
-    *g = int(c[1] * 255.0f + 0.5f);
-    *b = int(c[2] * 255.0f + 0.5f);
+    *r = Truncated(c[0] * 255.0f + 0.5f);
+    *g = Truncated(c[1] * 255.0f + 0.5f);
+    *b = Truncated(c[2] * 255.0f + 0.5f);
 }
 
 void CHSL::HSLToBytes(unsigned char* bgr, float h, float l, float s) {
     float c[3];
     Components(c, h, l, s);
-    for (int k = 0; k < 3; ++k) {
-        const int v = NearestInt(c[k] * 255.0f + 0.5f);
-        bgr[2 - k] = static_cast<unsigned char>(v < 0 ? 0 : v > 255 ? 255 : v);
-    }
+    for (int k = 0; k < 3; ++k)
+        bgr[2 - k] = static_cast<unsigned char>(Nearest(c[k] * 255.0f + 0.5f, 255));
 }
 
 void CHSL::HSLToRGB16(int* r, int* g, int* b, float h, float l, float s) {
     float c[3];
     Components(c, h, l, s);
-    *r = NearestInt(c[0] * 65535.0f + 0.5f);
-    *g = NearestInt(c[1] * 65535.0f + 0.5f);
-    *b = NearestInt(c[2] * 65535.0f + 0.5f);
+    *r = Nearest(c[0] * 65535.0f + 0.5f, 65535);
+    *g = Nearest(c[1] * 65535.0f + 0.5f, 65535);
+    *b = Nearest(c[2] * 65535.0f + 0.5f, 65535);
 }
 
 } // namespace stdfx

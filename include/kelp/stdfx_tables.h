@@ -94,7 +94,7 @@ public:
     // Three bytes B, G, R: value * 255 + 0.5 rounded to the nearest (a lightness of 1
     // reaches 256 there, which the byte keeps at 255).
     virtual void HSLToBytes(unsigned char* bgr, float h, float l, float s);
-    // value * 65535 + 0.5 rounded to the nearest.
+    // value * 65535 + 0.5 rounded to the nearest, kept to 0..65535.
     virtual void HSLToRGB16(int* r, int* g, int* b, float h, float l, float s);
 
 protected:
