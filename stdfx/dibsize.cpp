@@ -81,6 +81,7 @@ int64_t Size64(const KXBMINFOHEADER* h) {
         (h->bmiFormat & KXBMIFORMAT_TWOFIELDS) ? (height + 1) / 2 * 2 : height;
     const uint32_t sampling = kelp::DIBYuv(h)->yuvSampling;
     if (sampling == KXYUV_SAMPLING_444) return stride * evenHeight * planes;
+    if (h->biCompression == KXBI_YUVZ) return 0; // the depth form is 4:4:4 only
     if (sampling != KXYUV_SAMPLING_422 && sampling != KXYUV_SAMPLING_422B) return 0;
     const int64_t w = h->biWidth;
     if (h->biPlanes <= 1) {
