@@ -64,7 +64,8 @@ TEST(DIBSizes, StrideAndImageSizeOfEveryFormat) {
         {"too wide for 31 bits", RGB, 32, 1, 0x40000000, 3, 0, 0, 144, 0, 0, 0, 0, 0, 0},
     };
     for (const auto& c : cases) {
-        KXBMINFOHEADERYUV r = MakeYuv(c.width, c.height, c.bits, c.sampling);
+        KXBMINFOHEADERYUV r = MakeYuv(1, c.height, c.bits, c.sampling);
+        r.bmi.biWidth = c.width;
         r.bmi.biCompression = c.format;
         r.bmi.biPlanes = c.planes;
         r.bmi.biSize = c.size;
@@ -107,7 +108,8 @@ TEST(DIB, CreateAlignsStaggersAndRefuses) {
     r.bmi.biBitCount = 0;
     EXPECT_FALSE(d.Create(&r.bmi));
     EXPECT_FALSE(d.IsValid());
-    r = MakeRgb(0x40000000, 4, 32);
+    r = MakeRgb(1, 4, 32);
+    r.bmi.biWidth = 0x40000000;
     EXPECT_FALSE(d.Create(&r.bmi));
     r = MakeRgb(4, 4, 32);
     r.bmi.biSize = 100000;
