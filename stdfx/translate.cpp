@@ -107,16 +107,25 @@ bool Translate(CDIB& target, const CDIB& source, int field, RowLayout to, RowLay
     std::vector<uint32_t> depth(size_t(width), kPlainDepthBits);
     const int first = field == -1 ? 0 : (field & 1);
     const int lineStep = field == -1 ? 1 : 2;
+    // Rows already in the canonical form (32-bit BGRA or Y U V A) are read and written
+    // where they stand.
+    const bool readInPlace = from == RowLayout::Bgra32 || from == RowLayout::Yuv444_32;
+    const bool writeInPlace = to == RowLayout::Bgra32 || to == RowLayout::Yuv444_32;
     for (int y = first; y < height; y += lineStep) {
         const Line in = LineOf(source, y), out = LineOf(target, y);
-        plain::ReadRow(from, in.row, in.alpha, width, a.data(), depth.data());
-        const uint8_t* pixels = a.data();
-        if (step.kind == ColourStep::ToYuv) {
-            plain::BgraToYuva(a.data(), b.data(), width, step.table, step.clamp);
-            pixels = b.data();
-        } else if (step.kind == ColourStep::ToRgb) {
-            plain::YuvaToBgra(a.data(), b.data(), width, step.table, step.clamp, step.cut);
-            pixels = b.data();
+        const uint8_t* pixels = in.row;
+        if (!readInPlace) {
+            plain::ReadRow(from, in.row, in.alpha, width, a.data(), depth.data());
+            pixels = a.data();
+        }
+        if (step.kind != ColourStep::Copy) {
+            uint8_t* converted = writeInPlace ? out.row : b.data();
+            if (step.kind == ColourStep::ToYuv)
+                plain::BgraToYuva(pixels, converted, width, step.table, step.clamp);
+            else
+                plain::YuvaToBgra(pixels, converted, width, step.table, step.clamp, step.cut);
+            if (writeInPlace) continue;
+            pixels = converted;
         }
         plain::WriteRow(to, pixels, depth.data(), width, out.row, out.alpha);
     }
