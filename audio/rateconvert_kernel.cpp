@@ -19,9 +19,10 @@ void RateBlock_C(const float* const* src, unsigned channels, const RateStep* ste
             out[c][i] = RateFrame(src[c] + steps[i].offset, steps[i], filter->h);
 }
 
-RateBlockKernel ChooseRateBlockKernel() {
-    uint32_t flags = kelp::CpuFlags();
-    if (flags & kelp::kCpuAVX2) return RateBlock_AVX2;
-    if (flags & kelp::kCpuSSE2) return RateBlock_SSE2;
+RateBlockKernel RateBlockKernelFor(int) {
     return RateBlock_C;
+}
+
+RateBlockKernel ChooseRateBlockKernel() {
+    return RateBlockKernelFor(kelp::BestSimdTarget());
 }

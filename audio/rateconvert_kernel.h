@@ -32,10 +32,9 @@ typedef void (*RateBlockKernel)(const float* const* src, unsigned channels, cons
 
 void RateBlock_C(const float* const* src, unsigned channels, const RateStep* steps, int n,
                  const RateFilter* filter, float* const* out);
-void RateBlock_SSE2(const float* const* src, unsigned channels, const RateStep* steps, int n,
-                    const RateFilter* filter, float* const* out);
-void RateBlock_AVX2(const float* const* src, unsigned channels, const RateStep* steps, int n,
-                    const RateFilter* filter, float* const* out);
 
-// The best kernel that the processor and the fast-path mask allow.
+// The kernel of a vector target (kelp::SimdTarget): that target's form, or the best one
+// below it that was compiled, at worst RateBlock_C.
+RateBlockKernel RateBlockKernelFor(int target);
+// RateBlockKernelFor(BestSimdTarget()): chosen once, when a resampler is made.
 RateBlockKernel ChooseRateBlockKernel();

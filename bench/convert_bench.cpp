@@ -1,6 +1,8 @@
-// The depth and alpha kernels of the conversion stages at 1920 x 1080, plain, SSE2 and
-// AVX2, beside libyuv doing the nearest equivalent job where it is installed, and the
-// chain search alone. The figures of docs/PERFORMANCE.md come from
+// The depth and alpha kernels of the conversion stages at 1920 x 1080, on every vector
+// target (argument 0 plain to 4 AVX-512) and the old hand-written AVX2 forms (argument
+// 5, bench/reference_avx2_*.cpp), beside libyuv doing the nearest equivalent job where
+// it is installed, and the chain search alone. The figures of docs/PERFORMANCE.md come
+// from
 //   build-bench/bench/kelp_bench --benchmark_filter='Depth|Alpha|Libyuv|Search'
 //       --benchmark_repetitions=15 --benchmark_report_aggregates_only=true
 // (one line), reading the rows "_min".
@@ -14,6 +16,7 @@
 
 #include "convert/alpharows.h"
 #include "convert/depthrows.h"
+#include "reference_avx2.h"
 #include "runtime/cpuflags.h"
 
 #if defined(KELP_BENCH_LIBYUV)
@@ -42,17 +45,26 @@ std::vector<uint8_t> RandomBytes(size_t n, uint32_t seed) {
     return v;
 }
 
-// Arg(0): plain, 1: SSE2, 2: AVX2. Skips a path the processor cannot run.
-bool PickPath(benchmark::State& state, uint32_t* flags) {
-    const uint32_t want[3] = {0, kCpuSSE2, kCpuSSE2 | kCpuAVX2};
-    const char* names[3] = {"plain", "sse2", "avx2"};
-    *flags = want[state.range(0)];
-    if ((CpuFlags() & *flags) != *flags) {
+// Arguments 0 to 4: the target of that number (kelp::SimdTarget); 5: the old AVX2 forms.
+// Skips what the processor cannot run.
+constexpr int kOldAVX2 = kSimdTargetCount;
+
+bool PickPath(benchmark::State& state, int* path) {
+    *path = int(state.range(0));
+    const bool old = *path == kOldAVX2;
+    if (old ? !(CpuFlags() & kCpuAVX2) : !(SimdTargetsAvailable() & SimdBit(*path))) {
         state.SkipWithError("path not available on this processor");
         return false;
     }
-    state.SetLabel(names[state.range(0)]);
+    state.SetLabel(old ? "old avx2" : SimdTargetName(*path));
     return true;
+}
+
+const depthrows::Kernels& DepthKernels(int path) {
+    return path == kOldAVX2 ? benchref::DepthAVX2() : depthrows::ForTarget(path);
+}
+const alpharows::Kernels& AlphaKernels(int path) {
+    return path == kOldAVX2 ? benchref::AlphaAVX2() : alpharows::ForTarget(path);
 }
 
 // The machine is shared: with --benchmark_repetitions the least time is the figure.
@@ -72,9 +84,9 @@ void SetPixels(benchmark::State& state) {
 enum DepthJob { kBgrTo32, kBgraTo24, k555To32, kPal8To32, kPal4To32, kPal1To32 };
 
 void DepthRun(benchmark::State& state, DepthJob job) {
-    uint32_t flags;
-    if (!PickPath(state, &flags)) return;
-    const depthrows::Kernels& k = depthrows::Select(flags);
+    int path;
+    if (!PickPath(state, &path)) return;
+    const depthrows::Kernels& k = DepthKernels(path);
     static const int32_t srcBits[] = {24, 32, 16, 8, 4, 1};
     static const int32_t dstBits[] = {32, 24, 32, 32, 32, 32};
     int32_t sStride = Stride(srcBits[job]), dStride = Stride(dstBits[job]);
@@ -133,27 +145,27 @@ void BM_DepthPal1To32(benchmark::State& s) {
     DepthRun(s, kPal1To32);
 }
 BENCHMARK(BM_Depth24To32)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_Depth32To24)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_Depth555To32)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_DepthPal8To32)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_DepthPal4To32)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_DepthPal1To32)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 
@@ -162,9 +174,9 @@ BENCHMARK(BM_DepthPal1To32)
 enum AlphaJob { kPremultiply, kPremultiplyYuv, kFill, kUnpremultiply };
 
 void AlphaRun(benchmark::State& state, AlphaJob job) {
-    uint32_t flags;
-    if (!PickPath(state, &flags)) return;
-    const alpharows::Kernels& k = alpharows::Select(flags);
+    int path;
+    if (!PickPath(state, &path)) return;
+    const alpharows::Kernels& k = AlphaKernels(path);
     const alpharows::RunFn fns[] = {k.premultiply, k.premultiplyYuv, k.fill, k.unpremultiply};
     std::vector<uint8_t> src = RandomBytes(size_t(kW) * kH * 4, 9);
     std::vector<uint8_t> dst(src.size());
@@ -189,19 +201,19 @@ void BM_AlphaUnpremultiply(benchmark::State& s) {
     AlphaRun(s, kUnpremultiply);
 }
 BENCHMARK(BM_AlphaPremultiply)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_AlphaPremultiplyYuv)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_AlphaFill)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 BENCHMARK(BM_AlphaUnpremultiply)
-    ->DenseRange(0, 2)
+    ->DenseRange(0, kOldAVX2)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
 

@@ -11,19 +11,8 @@ if(KELP_SANITIZE)
   add_link_options(-fsanitize=${KELP_SANITIZE})
 endif()
 
-# Sources named *_sse2.cpp, *_avx2.cpp are the only ones compiled for those instruction
-# sets; generic code never gets such flags and so never runs an instruction the
-# processor lacks. The choice between them is made once at run time.
-function(kelp_set_isa_flags sources)
-  foreach(s ${sources})
-    if(s MATCHES "_sse2\\.cpp$")
-      set_source_files_properties(${s} PROPERTIES COMPILE_OPTIONS "-msse2")
-    elseif(s MATCHES "_ssse3\\.cpp$")
-      set_source_files_properties(${s} PROPERTIES COMPILE_OPTIONS "-mssse3")
-    elseif(s MATCHES "_sse41\\.cpp$")
-      set_source_files_properties(${s} PROPERTIES COMPILE_OPTIONS "-msse4.1")
-    elseif(s MATCHES "_avx2\\.cpp$")
-      set_source_files_properties(${s} PROPERTIES COMPILE_OPTIONS "-mavx2")
-    endif()
-  endforeach()
-endfunction()
+# Vector kernels are written once with Highway and compiled for each vector target
+# through per-function target attributes (docs/FASTPATHS.md): no source gets an
+# instruction-set flag, generic code stays at the x86-64 baseline and never runs an
+# instruction the processor lacks, and the choice of target is made at run time by
+# runtime/cpuflags. -march=native or a global -mavx2 must never be added here.

@@ -1,5 +1,4 @@
-// Plain loops of the alpha stage, the tail wrapper of the vector forms, and the choice
-// between them.
+// Plain loops of the alpha stage, and the choice of a table for the processor.
 #include "alpharows.h"
 
 #include "runtime/cpuflags.h"
@@ -59,53 +58,21 @@ void Unpremultiply_C(const uint8_t* src, uint8_t* dst, int32_t pixels) {
     }
 }
 
-namespace {
-
-template <RunFn Vec, RunFn Plain, int32_t Block>
-void AnyRun(const uint8_t* src, uint8_t* dst, int32_t pixels) {
-    int32_t n = pixels - pixels % Block;
-    if (n > 0) Vec(src, dst, n);
-    if (pixels > n) Plain(src + 4 * n, dst + 4 * n, pixels - n);
-}
-
-constexpr Kernels kPlain = {"plain", Premultiply_C, PremultiplyYuv_C, Fill_C, Unpremultiply_C};
-
-constexpr Kernels kSSE2 = {
-    "sse2",
-    AnyRun<Premultiply_SSE2, Premultiply_C, kBlockSSE2>,
-    AnyRun<PremultiplyYuv_SSE2, PremultiplyYuv_C, kBlockSSE2>,
-    AnyRun<Fill_SSE2, Fill_C, kBlockSSE2>,
-    AnyRun<Unpremultiply_SSE2, Unpremultiply_C, kBlockSSE2>,
-};
-
-constexpr Kernels kAVX2 = {
-    "avx2",
-    AnyRun<Premultiply_AVX2, Premultiply_C, kBlockAVX2>,
-    AnyRun<PremultiplyYuv_AVX2, PremultiplyYuv_C, kBlockAVX2>,
-    AnyRun<Fill_AVX2, Fill_C, kBlockAVX2>,
-    AnyRun<Unpremultiply_AVX2, Unpremultiply_C, kBlockAVX2>,
-};
-
-} // namespace
+static constexpr Kernels kPlain = {"plain", Premultiply_C, PremultiplyYuv_C, Fill_C,
+                                   Unpremultiply_C};
 
 const Kernels& PlainKernels() {
     return kPlain;
 }
-const Kernels& SSE2Kernels() {
-    return kSSE2;
-}
-const Kernels& AVX2Kernels() {
-    return kAVX2;
-}
 
-const Kernels& Select(uint32_t cpuFlags) {
-    if (cpuFlags & kCpuAVX2) return kAVX2;
-    if (cpuFlags & kCpuSSE2) return kSSE2;
+const Kernels& ForTarget(int target) {
+    for (int t = target; t > kSimdPlain; --t)
+        if (const Kernels* k = VectorKernels(t)) return *k;
     return kPlain;
 }
 
 const Kernels& Current() {
-    return Select(CpuFlags());
+    return ForTarget(BestSimdTarget());
 }
 
 } // namespace alpharows

@@ -2,8 +2,9 @@
 // forms), fill the alpha byte, undo premultiplication. Source and destination are the
 // same buffer or do not overlap at all.
 //
-// The plain loops (suffix _C) define every result; the vector forms do whole blocks and
-// the wrappers in alpharows.cpp finish the run with the plain loop.
+// The plain loops (suffix _C, alpharows.cpp) define every result. The vector forms
+// (alpharows_simd.cpp, one per vector target) do whole vectors and leave the rest of a
+// run to the plain loop; each table below is complete.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace alpharows {
 typedef void (*RunFn)(const uint8_t* src, uint8_t* dst, int32_t pixels);
 
 struct Kernels {
-    const char* name;
+    const char* name; // the target's name, SimdTargetName
     // c, a: t := c * a + 128; c := (t + (t >> 8)) >> 8. The alpha byte stays.
     RunFn premultiply;
     // Byte 0 around 16 and bytes 1, 2 around 128, in signed arithmetic.
@@ -26,9 +27,10 @@ struct Kernels {
 };
 
 const Kernels& PlainKernels();
-const Kernels& SSE2Kernels();
-const Kernels& AVX2Kernels();
-const Kernels& Select(uint32_t cpuFlags);
+// The table of a vector target (kelp::SimdTarget); a target not compiled gives the best
+// one below it, at worst the plain table.
+const Kernels& ForTarget(int target);
+// ForTarget(BestSimdTarget()): the table a conversion uses, taken once per image.
 const Kernels& Current();
 
 void Premultiply_C(const uint8_t* src, uint8_t* dst, int32_t pixels);
@@ -36,16 +38,8 @@ void PremultiplyYuv_C(const uint8_t* src, uint8_t* dst, int32_t pixels);
 void Fill_C(const uint8_t* src, uint8_t* dst, int32_t pixels);
 void Unpremultiply_C(const uint8_t* src, uint8_t* dst, int32_t pixels);
 
-constexpr int32_t kBlockSSE2 = 4; // pixels
-constexpr int32_t kBlockAVX2 = 8;
-void Premultiply_SSE2(const uint8_t* src, uint8_t* dst, int32_t pixels);
-void PremultiplyYuv_SSE2(const uint8_t* src, uint8_t* dst, int32_t pixels);
-void Fill_SSE2(const uint8_t* src, uint8_t* dst, int32_t pixels);
-void Unpremultiply_SSE2(const uint8_t* src, uint8_t* dst, int32_t pixels);
-void Premultiply_AVX2(const uint8_t* src, uint8_t* dst, int32_t pixels);
-void PremultiplyYuv_AVX2(const uint8_t* src, uint8_t* dst, int32_t pixels);
-void Fill_AVX2(const uint8_t* src, uint8_t* dst, int32_t pixels);
-void Unpremultiply_AVX2(const uint8_t* src, uint8_t* dst, int32_t pixels);
+// The vector table of a target, or null where none was compiled (alpharows_simd.cpp).
+const Kernels* VectorKernels(int target);
 
 } // namespace alpharows
 } // namespace kelp

@@ -1,5 +1,4 @@
-// Plain row loops of the depth stages, the tail wrapper of the vector forms, and the
-// choice between them.
+// Plain row loops of the depth stages, and the choice of a table for the processor.
 #include "depthrows.h"
 
 #include <cstring>
@@ -86,86 +85,26 @@ void BgraTo24_C(const uint8_t* src, uint8_t* dst, int32_t width) {
     }
 }
 
-// ---- Tails: the vector form over the whole blocks, the plain loop over the rest. The
-// block sizes are multiples of 8 pixels, so the rest of a 1-bit row starts on a byte.
-
-namespace {
-
-template <RowFn Vec, RowFn Plain, int32_t Block, int32_t SrcBits, int32_t DstBytes>
-void AnyRow(const uint8_t* src, uint8_t* dst, int32_t width) {
-    int32_t n = width - width % Block;
-    if (n > 0) Vec(src, dst, n);
-    if (width > n) Plain(src + n * SrcBits / 8, dst + n * DstBytes, width - n);
-}
-
-template <PalRowFn Vec, PalRowFn Plain, int32_t Block, int32_t SrcBits, int32_t DstBytes>
-void AnyPalRow(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal) {
-    int32_t n = width - width % Block;
-    if (n > 0) Vec(src, dst, n, pal);
-    if (width > n) Plain(src + n * SrcBits / 8, dst + n * DstBytes, width - n, pal);
-}
-
-static_assert(kBlockSSE2 % 8 == 0 && kBlockAVX2 % 8 == 0, "blocks end on a source byte");
-
-constexpr Kernels kPlain = {"plain",      Pal1To32_C, Pal4To32_C, Pal8To32_C,
-                            Pal1To24_C,   Pal4To24_C, Pal8To24_C, Rgb555To32_C,
-                            Rgb555To24_C, BgrTo32_C,  BgraTo24_C};
-
-#define KELP_PAL_ROW(name, isa, block, bits, bytes)                                                \
-    AnyPalRow<name##_##isa, name##_C, block, bits, bytes>
-#define KELP_ROW(name, isa, block, bits, bytes) AnyRow<name##_##isa, name##_C, block, bits, bytes>
-
-constexpr Kernels kSSE2 = {
-    "sse2",
-    KELP_PAL_ROW(Pal1To32, SSE2, kBlockSSE2, 1, 4),
-    KELP_PAL_ROW(Pal4To32, SSE2, kBlockSSE2, 4, 4),
-    KELP_PAL_ROW(Pal8To32, SSE2, kBlockSSE2, 8, 4),
-    KELP_PAL_ROW(Pal1To24, SSE2, kBlockSSE2, 1, 3),
-    KELP_PAL_ROW(Pal4To24, SSE2, kBlockSSE2, 4, 3),
-    KELP_PAL_ROW(Pal8To24, SSE2, kBlockSSE2, 8, 3),
-    KELP_ROW(Rgb555To32, SSE2, kBlockSSE2, 16, 4),
-    KELP_ROW(Rgb555To24, SSE2, kBlockSSE2, 16, 3),
-    KELP_ROW(BgrTo32, SSE2, kBlockSSE2, 24, 4),
-    KELP_ROW(BgraTo24, SSE2, kBlockSSE2, 32, 3),
-};
-
-constexpr Kernels kAVX2 = {
-    "avx2",
-    KELP_PAL_ROW(Pal1To32, AVX2, kBlockAVX2, 1, 4),
-    KELP_PAL_ROW(Pal4To32, AVX2, kBlockAVX2, 4, 4),
-    KELP_PAL_ROW(Pal8To32, AVX2, kBlockAVX2, 8, 4),
-    KELP_PAL_ROW(Pal1To24, AVX2, kBlockAVX2, 1, 3),
-    KELP_PAL_ROW(Pal4To24, AVX2, kBlockAVX2, 4, 3),
-    KELP_PAL_ROW(Pal8To24, AVX2, kBlockAVX2, 8, 3),
-    KELP_ROW(Rgb555To32, AVX2, kBlockAVX2, 16, 4),
-    KELP_ROW(Rgb555To24, AVX2, kBlockAVX2, 16, 3),
-    KELP_ROW(BgrTo32, AVX2, kBlockAVX2, 24, 4),
-    KELP_ROW(BgraTo24, AVX2, kBlockAVX2, 32, 3),
-};
-
-#undef KELP_PAL_ROW
-#undef KELP_ROW
-
-} // namespace
+static constexpr Kernels kPlain = {"plain",      Pal1To32_C, Pal4To32_C, Pal8To32_C,
+                                   Pal1To24_C,   Pal4To24_C, Pal8To24_C, Rgb555To32_C,
+                                   Rgb555To24_C, BgrTo32_C,  BgraTo24_C};
 
 const Kernels& PlainKernels() {
     return kPlain;
 }
-const Kernels& SSE2Kernels() {
-    return kSSE2;
-}
-const Kernels& AVX2Kernels() {
-    return kAVX2;
-}
 
-const Kernels& Select(uint32_t cpuFlags) {
-    if (cpuFlags & kCpuAVX2) return kAVX2;
-    if (cpuFlags & kCpuSSE2) return kSSE2;
+const Kernels& ForTarget(int target) {
+    for (int t = target; t > kSimdPlain; --t)
+        if (const Kernels* k = VectorKernels(t)) return *k;
     return kPlain;
 }
 
 const Kernels& Current() {
-    return Select(CpuFlags());
+    return ForTarget(BestSimdTarget());
+}
+
+const Kernels* VectorKernels(int) {
+    return nullptr;
 }
 
 } // namespace depthrows

@@ -1,10 +1,9 @@
 // Row kernels of the depth stages: one line of pixels from 1, 4 or 8-bit paletted,
 // 16-bit 5-5-5, 24 or 32-bit form to 24 or 32 bits.
 //
-// The plain loops (suffix _C) define every result. The vector forms (_SSE2, _AVX2) do
-// whole blocks only, of the pixel count their declaration gives; AnyRow in
-// depthrows.cpp runs them over the largest whole part of a row and the plain loop over
-// the rest. Select picks one complete table for a set of processor flags.
+// The plain loops (suffix _C, depthrows.cpp) define every result. The vector forms
+// (depthrows_simd.cpp, one per vector target) do whole blocks and leave the rest of a row
+// to the plain loop; each table below is complete.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +27,7 @@ typedef void (*PalRowFn)(const uint8_t* src, uint8_t* dst, int32_t width, const 
 typedef void (*RowFn)(const uint8_t* src, uint8_t* dst, int32_t width);
 
 struct Kernels {
-    const char* name;
+    const char* name; // the target's name, SimdTargetName
     PalRowFn pal1To32, pal4To32, pal8To32;
     PalRowFn pal1To24, pal4To24, pal8To24;
     RowFn rgb555To32, rgb555To24; // 5-5-5 words, bit 15 ignored, low 3 bits of each 0
@@ -36,13 +35,11 @@ struct Kernels {
     RowFn bgraTo24;               // copy 3 bytes, drop the fourth
 };
 
-// The plain loops, the SSE2 and the AVX2 forms, each complete (tails included).
 const Kernels& PlainKernels();
-const Kernels& SSE2Kernels();
-const Kernels& AVX2Kernels();
-// The best table for these flags (kCpuSSE2, kCpuAVX2 of runtime/cpuflags.h).
-const Kernels& Select(uint32_t cpuFlags);
-// Select(CpuFlags()): the table a conversion uses, taken once per image.
+// The table of a vector target (kelp::SimdTarget); a target not compiled gives the best
+// one below it, at worst the plain table.
+const Kernels& ForTarget(int target);
+// ForTarget(BestSimdTarget()): the table a conversion uses, taken once per image.
 const Kernels& Current();
 
 // ---- Plain loops.
@@ -57,30 +54,8 @@ void Rgb555To24_C(const uint8_t* src, uint8_t* dst, int32_t width);
 void BgrTo32_C(const uint8_t* src, uint8_t* dst, int32_t width);
 void BgraTo24_C(const uint8_t* src, uint8_t* dst, int32_t width);
 
-// ---- Vector forms: width is a multiple of the block size named.
-constexpr int32_t kBlockSSE2 = 16; // pixels, every SSE2 kernel
-constexpr int32_t kBlockAVX2 = 32; // pixels, every AVX2 kernel
-void Pal1To32_SSE2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal4To32_SSE2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal8To32_SSE2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal1To24_SSE2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal4To24_SSE2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal8To24_SSE2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Rgb555To32_SSE2(const uint8_t* src, uint8_t* dst, int32_t width);
-void Rgb555To24_SSE2(const uint8_t* src, uint8_t* dst, int32_t width);
-void BgrTo32_SSE2(const uint8_t* src, uint8_t* dst, int32_t width);
-void BgraTo24_SSE2(const uint8_t* src, uint8_t* dst, int32_t width);
-
-void Pal1To32_AVX2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal4To32_AVX2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal8To32_AVX2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal1To24_AVX2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal4To24_AVX2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Pal8To24_AVX2(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal);
-void Rgb555To32_AVX2(const uint8_t* src, uint8_t* dst, int32_t width);
-void Rgb555To24_AVX2(const uint8_t* src, uint8_t* dst, int32_t width);
-void BgrTo32_AVX2(const uint8_t* src, uint8_t* dst, int32_t width);
-void BgraTo24_AVX2(const uint8_t* src, uint8_t* dst, int32_t width);
+// The vector table of a target, or null where none was compiled (depthrows_simd.cpp).
+const Kernels* VectorKernels(int target);
 
 } // namespace depthrows
 } // namespace kelp

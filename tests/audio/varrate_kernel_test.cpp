@@ -11,7 +11,7 @@
 #include "audio/rateconvertimp.h"
 #include "audio/srccoeffs.h"
 #include "runtime/cpuflags.h"
-#include "runtime/kelpos.h"
+#include "simdtargets.h"
 #include "varrate_signal.h"
 
 namespace {
@@ -20,17 +20,6 @@ namespace {
 bool Same(float a, float b) {
     if (std::isnan(a) || std::isnan(b)) return std::isnan(a) && std::isnan(b);
     return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-struct Kernel {
-    const char* name;
-    RateBlockKernel fn;
-    bool available;
-};
-
-std::vector<Kernel> FastKernels() {
-    kelp::os::CpuInfo cpu = kelp::os::ProbeCpu();
-    return {{"SSE2", RateBlock_SSE2, cpu.sse2}, {"AVX2", RateBlock_AVX2, cpu.avx2}};
 }
 
 } // namespace
@@ -83,15 +72,14 @@ TEST(VarRateKernel, FastFormsEqualThePlainLoop) {
                     return out;
                 };
                 auto want = run(RateBlock_C);
-                for (const Kernel& k : FastKernels()) {
-                    if (!k.available) continue;
-                    auto got = run(k.fn);
+                kelptest::ForEachSimdTarget([&](int) {
+                    auto got = run(ChooseRateBlockKernel());
                     for (unsigned c = 0; c < channels; ++c)
                         for (int i = 0; i < n; ++i)
                             ASSERT_TRUE(Same(got[c][i], want[c][i]))
-                                << k.name << " channels " << channels << " n " << n << " c " << c
-                                << " i " << i << ": " << got[c][i] << " vs " << want[c][i];
-                }
+                                << "channels " << channels << " n " << n << " c " << c << " i " << i
+                                << ": " << got[c][i] << " vs " << want[c][i];
+                });
             }
         }
     }
@@ -107,9 +95,10 @@ TEST(VarRateKernel, ResamplerGivesTheSameWithFastPathsMaskedOff) {
         for (float& v : ch)
             v = uni(rng);
     auto run = [&](bool plain) {
-        const uint32_t old = kelp::MaskCpuFlags(plain ? 0 : 0xFFFFFFFFu);
+        const uint32_t old =
+            kelp::MaskSimdTargets(plain ? kelp::SimdBit(kelp::kSimdPlain) : kelp::kSimdAllTargets);
         std::unique_ptr<MATrateconvert> rc(MATrateconvert::Create(96, 3));
-        kelp::MaskCpuFlags(old);
+        kelp::MaskSimdTargets(old);
         rc->setRatio(1.0884354f);
         std::mt19937 servo(5);
         return varrate::Run(rc.get(), 96, in, 30000, [&] { rc->adjust(uni(servo) * 0.02f); });

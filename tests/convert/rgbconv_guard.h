@@ -1,64 +1,24 @@
-// Test buffers that end exactly where an unreadable page begins, so that a kernel that
-// reads or writes one byte past its buffer faults at once, with or without sanitizers.
+// The guarded buffers and the target loop of the kernel tests, under the names the
+// conversion tests use.
 #pragma once
 
 #include <cstdint>
-#include <cstring>
-#include <random>
 #include <vector>
 
-#include "runtime/cpuflags.h"
-#include "runtime/kelpos.h"
+#include "guardedbuffer.h"
+#include "simdtargets.h"
 
 namespace kelptest {
 
-class GuardedBuffer {
-  public:
-    explicit GuardedBuffer(size_t size) : m_size(size) {
-        size_t page = kelp::os::PageSize();
-        size_t data = (size + page - 1) / page * page;
-        m_base = static_cast<uint8_t*>(kelp::os::PageAlloc(data + page));
-        if (m_base) kelp::os::PageNoAccess(m_base + data, page);
-        m_data = m_base ? m_base + data - size : nullptr;
-    }
-    ~GuardedBuffer() {
-        if (m_base) kelp::os::PageFree(m_base);
-    }
-    GuardedBuffer(const GuardedBuffer&) = delete;
-    GuardedBuffer& operator=(const GuardedBuffer&) = delete;
-    uint8_t* data() { return m_data; }
-    size_t size() const { return m_size; }
-    void Fill(uint8_t v) { memset(m_data, v, m_size); }
-    void Random(std::mt19937& rng) {
-        for (size_t i = 0; i < m_size; ++i)
-            m_data[i] = uint8_t(rng());
-    }
-    std::vector<uint8_t> Copy() const { return std::vector<uint8_t>(m_data, m_data + m_size); }
-
-  private:
-    size_t m_size;
-    uint8_t* m_base = nullptr;
-    uint8_t* m_data = nullptr;
-};
-
-// The processor-flag masks under which every fast path of this machine runs once,
-// plain first.
+// One mask per target this machine runs, plain first: a test with CpuMask(mask) runs
+// the fast paths of that target alone.
 inline std::vector<uint32_t> PathMasks() {
-    std::vector<uint32_t> masks{0};
-    uint32_t have = kelp::CpuFlags();
-    if (have & kelp::kCpuSSE2) masks.push_back(kelp::kCpuSSE2);
-    if (have & kelp::kCpuAVX2) masks.push_back(kelp::kCpuSSE2 | kelp::kCpuAVX2);
+    std::vector<uint32_t> masks;
+    for (int t : SimdTargetsToTest())
+        masks.push_back(kelp::SimdBit(t));
     return masks;
 }
 
-// Restricts the fast paths while it lives.
-class CpuMask {
-  public:
-    explicit CpuMask(uint32_t mask) : m_old(kelp::MaskCpuFlags(mask)) {}
-    ~CpuMask() { kelp::MaskCpuFlags(m_old); }
-
-  private:
-    uint32_t m_old;
-};
+using CpuMask = SimdMask;
 
 } // namespace kelptest

@@ -1,11 +1,15 @@
-// The resampler's inner loop with AVX2: as the SSE2 form, with two such registers side by
-// side, so that one register holds the two phase sums of four jobs (a job is one channel
+// The reference for the benchmarks: the hand-written AVX2 form of the resampler's inner
+// loop as it was before the kernels moved to Highway, kept unchanged (apart from its
+// name) so that the old and new forms are timed in one run. Built with -mavx2
+// (bench/CMakeLists.txt); never part of the library. Two registers of the old SSE2 form
+// side by side, so that one register holds the two phase sums of four jobs (a job is one channel
 // of one output frame). Each lane gets exactly the products and sums of the plain loop,
 // in the same order; only in-lane shuffles are used.
 #include <immintrin.h>
 
 #include "audio/rateconvert_frame.h"
 #include "audio/rateconvert_kernel.h"
+#include "reference_avx2.h"
 
 namespace {
 
@@ -76,8 +80,9 @@ inline void Store4(__m256 r, float* o0, float* o1, float* o2, float* o3) {
 
 } // namespace
 
-void RateBlock_AVX2(const float* const* src, unsigned channels, const RateStep* steps, int n,
-                    const RateFilter* filter, float* const* out) {
+void kelp::benchref::RateBlock_AVX2(const float* const* src, unsigned channels,
+                                    const RateStep* steps, int n, const RateFilter* filter,
+                                    float* const* out) {
     const auto& pairs = filter->pairs;
     unsigned c = 0;
     for (; c + 1 < channels; c += 2) { // two channels of two frames

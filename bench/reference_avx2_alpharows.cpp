@@ -1,14 +1,20 @@
-// AVX2 forms of the alpha kernels, 8 pixels a block. The arithmetic is that of the SSE2
-// forms (see alpharows_sse2.cpp for why it equals the plain loops). Unpacks and packs
+// The reference for the benchmarks: the hand-written AVX2 alpha kernels as they were
+// before the kernels moved to Highway, kept unchanged (apart from their namespace and
+// the table at the end) so that the old and new forms are timed in one run. Built with
+// -mavx2 (bench/CMakeLists.txt); never part of the library. 8 pixels a block. The
+// arithmetic is that of convert/alpharows_simd.cpp. Unpacks and packs
 // work inside 128-bit lanes and give the pixels back in their order; undoing
 // premultiplication keeps every pixel in its own dword and spreads its M with byte
 // shuffles.
 #include <immintrin.h>
 
-#include "alpharows.h"
+#include "convert/alpharows.h"
+#include "reference_avx2.h"
 
 namespace kelp {
-namespace alpharows {
+namespace benchref {
+using alpharows::Kernels;
+using alpharows::RunFn;
 namespace {
 
 inline __m256i Load(const uint8_t* p) {
@@ -108,5 +114,26 @@ void Unpremultiply_AVX2(const uint8_t* src, uint8_t* dst, int32_t pixels) {
     }
 }
 
-} // namespace alpharows
+namespace {
+
+template <RunFn Vec, RunFn Plain> void AnyRun(const uint8_t* src, uint8_t* dst, int32_t pixels) {
+    int32_t n = pixels - pixels % 8;
+    if (n > 0) Vec(src, dst, n);
+    if (pixels > n) Plain(src + 4 * n, dst + 4 * n, pixels - n);
+}
+
+} // namespace
+
+const Kernels& AlphaAVX2() {
+    static constexpr Kernels k = {
+        "old avx2",
+        AnyRun<Premultiply_AVX2, alpharows::Premultiply_C>,
+        AnyRun<PremultiplyYuv_AVX2, alpharows::PremultiplyYuv_C>,
+        AnyRun<Fill_AVX2, alpharows::Fill_C>,
+        AnyRun<Unpremultiply_AVX2, alpharows::Unpremultiply_C>,
+    };
+    return k;
+}
+
+} // namespace benchref
 } // namespace kelp

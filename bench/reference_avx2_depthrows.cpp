@@ -1,12 +1,17 @@
-// AVX2 forms of the depth row kernels, 32 pixels a block. Byte shuffles work inside
-// 128-bit lanes, so 24-bit groups are loaded a lane at a time and packed results are
+// The reference for the benchmarks: the hand-written AVX2 depth kernels as they were
+// before the kernels moved to Highway, kept unchanged (apart from their namespace and
+// the table at the end) so that the old and new forms are timed in one run. Built with
+// -mavx2 (bench/CMakeLists.txt); never part of the library. 32 pixels a block. Byte shuffles work
+// inside 128-bit lanes, so 24-bit groups are loaded a lane at a time and packed results are
 // gathered across lanes with a dword permute.
 #include <immintrin.h>
 
-#include "depthrows.h"
+#include "convert/depthrows.h"
+#include "reference_avx2.h"
 
 namespace kelp {
-namespace depthrows {
+namespace benchref {
+using namespace depthrows;
 namespace {
 
 inline __m128i Load16(const uint8_t* p) {
@@ -233,5 +238,40 @@ void BgraTo24_AVX2(const uint8_t* src, uint8_t* dst, int32_t width) {
     }
 }
 
-} // namespace depthrows
+namespace {
+
+template <RowFn Vec, RowFn Plain, int32_t SrcBits, int32_t DstBytes>
+void AnyRow(const uint8_t* src, uint8_t* dst, int32_t width) {
+    int32_t n = width - width % 32;
+    if (n > 0) Vec(src, dst, n);
+    if (width > n) Plain(src + n * SrcBits / 8, dst + n * DstBytes, width - n);
+}
+
+template <PalRowFn Vec, PalRowFn Plain, int32_t SrcBits, int32_t DstBytes>
+void AnyPalRow(const uint8_t* src, uint8_t* dst, int32_t width, const Palette* pal) {
+    int32_t n = width - width % 32;
+    if (n > 0) Vec(src, dst, n, pal);
+    if (width > n) Plain(src + n * SrcBits / 8, dst + n * DstBytes, width - n, pal);
+}
+
+} // namespace
+
+const depthrows::Kernels& DepthAVX2() {
+    static constexpr depthrows::Kernels k = {
+        "old avx2",
+        AnyPalRow<Pal1To32_AVX2, Pal1To32_C, 1, 4>,
+        AnyPalRow<Pal4To32_AVX2, Pal4To32_C, 4, 4>,
+        AnyPalRow<Pal8To32_AVX2, Pal8To32_C, 8, 4>,
+        AnyPalRow<Pal1To24_AVX2, Pal1To24_C, 1, 3>,
+        AnyPalRow<Pal4To24_AVX2, Pal4To24_C, 4, 3>,
+        AnyPalRow<Pal8To24_AVX2, Pal8To24_C, 8, 3>,
+        AnyRow<Rgb555To32_AVX2, Rgb555To32_C, 16, 4>,
+        AnyRow<Rgb555To24_AVX2, Rgb555To24_C, 16, 3>,
+        AnyRow<BgrTo32_AVX2, BgrTo32_C, 24, 4>,
+        AnyRow<BgraTo24_AVX2, BgraTo24_C, 32, 3>,
+    };
+    return k;
+}
+
+} // namespace benchref
 } // namespace kelp
