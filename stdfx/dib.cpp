@@ -538,6 +538,9 @@ bool CDIB::CopyAt(const CDIB& source, int x, int y) {
     if (Header()->biBitCount != source.Header()->biBitCount) return false;
     const int bpp = BytesPerPixel(Header());
     if (bpp != BytesPerPixel(source.Header())) return false;
+    // A handle of its own keeps the source's pixels where they are while this image is
+    // made private and cleared, even when the two share a body.
+    const CDIB keep(source);
     if (!MakeWritable()) return false;
     Fill(-1, 0);
     RowSpan to, from;
@@ -548,9 +551,9 @@ bool CDIB::CopyAt(const CDIB& source, int x, int y) {
     const int64_t y1 = std::min<int64_t>(int64_t(y) + source.Height(), Height());
     if (x0 >= x1 || y0 >= y1) return true;
     auto* dst = static_cast<unsigned char*>(Bits());
-    const auto* src = static_cast<const unsigned char*>(source.Bits());
+    const auto* src = static_cast<const unsigned char*>(keep.Bits());
     for (int64_t r = y0; r < y1; ++r) {
-        const int tr = MemoryLine(*this, int(r)), sr = MemoryLine(source, int(r - y));
+        const int tr = MemoryLine(*this, int(r)), sr = MemoryLine(keep, int(r - y));
         CopyRow(dst + ptrdiff_t(tr) * to.stride + x0 * bpp,
                 src + ptrdiff_t(sr) * from.stride + (x0 - x) * bpp, size_t((x1 - x0) * bpp));
     }

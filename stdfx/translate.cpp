@@ -6,6 +6,7 @@
 
 #include "dibformat.h"
 #include "dibrowspan.h"
+#include "rowkernels.h"
 #include "singleton.h"
 #include "translaterows.h"
 
@@ -92,9 +93,7 @@ Line LineOf(const CDIB& dib, int displayLine) {
 // The colour step between reading the source row and writing the target row.
 struct ColourStep {
     enum Kind { Copy, ToYuv, ToRgb } kind = Copy;
-    const int32_t* table = nullptr;
-    const int32_t* clamp = nullptr;
-    bool cut = false;
+    rowkernels::ColourTables tables = {nullptr, nullptr, false, false};
 };
 
 // Every line of the field, through the canonical form.
@@ -111,6 +110,7 @@ bool Translate(CDIB& target, const CDIB& source, int field, RowLayout to, RowLay
     // where they stand.
     const bool readInPlace = from == RowLayout::Bgra32 || from == RowLayout::Yuv444_32;
     const bool writeInPlace = to == RowLayout::Bgra32 || to == RowLayout::Yuv444_32;
+    const rowkernels::Kernels& kernels = rowkernels::Current();
     for (int y = first; y < height; y += lineStep) {
         const Line in = LineOf(source, y), out = LineOf(target, y);
         const uint8_t* pixels = in.row;
@@ -120,10 +120,8 @@ bool Translate(CDIB& target, const CDIB& source, int field, RowLayout to, RowLay
         }
         if (step.kind != ColourStep::Copy) {
             uint8_t* converted = writeInPlace ? out.row : b.data();
-            if (step.kind == ColourStep::ToYuv)
-                plain::BgraToYuva(pixels, converted, width, step.table, step.clamp);
-            else
-                plain::YuvaToBgra(pixels, converted, width, step.table, step.clamp, step.cut);
+            (step.kind == ColourStep::ToYuv ? kernels.bgraToYuva : kernels.yuvaToBgra)(
+                pixels, converted, width, step.tables);
             if (writeInPlace) continue;
             pixels = converted;
         }
@@ -240,9 +238,14 @@ bool CRGB2YUV::ConvertImage(CDIB& target, const CDIB& source, int field) {
     CTables* tables = GetTables();
     ColourStep step;
     step.kind = ColourStep::ToYuv;
-    step.table = GetTable(int(ColorSpace(th)));
-    step.clamp = tables ? tables->GetClampC() : nullptr;
-    if (!step.table || !step.clamp) return false;
+    const int32_t* table = GetTable(int(ColorSpace(th)));
+    const int32_t* clamp = tables ? tables->GetClampC() : nullptr;
+    if (!table || !clamp) return false;
+    step.tables = {table, clamp, false,
+                   rowkernels::LinearRows(table, 9) && rowkernels::StandardClamp(clamp, 16, 240) &&
+                       rowkernels::RowSumsWithin(table, 0, -256, 511) &&
+                       rowkernels::RowSumsWithin(table, 3, -256, 511) &&
+                       rowkernels::RowSumsWithin(table, 6, -256, 511)};
     return Translate(target, source, field, to, from, step);
 }
 
@@ -339,10 +342,11 @@ bool CYUV2RGB::ConvertImage(CDIB& target, const CDIB& source, int field) {
     const int cs = int(ColorSpace(sh));
     ColourStep step;
     step.kind = ColourStep::ToRgb;
-    step.table = GetTable(cs);
-    step.clamp = GetLimit();
-    step.cut = cs != 1;
-    if (!step.table || !step.clamp) return false;
+    const int32_t* table = GetTable(cs);
+    const int32_t* limit = GetLimit();
+    if (!table || !limit) return false;
+    step.tables = {table, limit, cs != 1,
+                   rowkernels::LinearRows(table, 5) && rowkernels::StandardClamp(limit, 0, 255)};
     if (!Translate(target, source, field, to, from, step)) return false;
     target.Header()->bmiAlpha = KXDIB_ALPHA_PREMULTIPLIED;
     return true;

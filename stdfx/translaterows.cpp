@@ -112,34 +112,5 @@ void WriteRow(RowLayout layout, const uint8_t* pixels, const uint32_t* depth, in
     }
 }
 
-void BgraToYuva(const uint8_t* bgra, uint8_t* yuva, int width, const int32_t* t,
-                const int32_t* clampC) {
-    const int32_t* c = clampC + 256;
-    for (int x = 0; x < width; ++x) {
-        const uint8_t* s = bgra + 4 * x;
-        const int b = s[0], g = s[1], r = s[2];
-        const int32_t y = (t[r] + t[256 + g] + t[512 + b]) >> 16;
-        const int32_t u = (t[768 + r] + t[1024 + g] + t[1280 + b]) >> 16;
-        const int32_t v = (t[1536 + r] + t[1792 + g] + t[2048 + b]) >> 16;
-        Put4(yuva + 4 * x, uint8_t(y), uint8_t(c[u]), uint8_t(c[v]), s[3]);
-    }
-}
-
-void YuvaToBgra(const uint8_t* yuva, uint8_t* bgra, int width, const int32_t* t,
-                const int32_t* limit, bool cut) {
-    const int32_t* l = limit + 256;
-    // The sums reach from -259 to 554; the limit table covers -256..511, so the index is
-    // held to that range first (the same answer the table gives at its ends).
-    auto lim = [l](int32_t v) { return uint8_t(l[v < -256 ? -256 : v > 511 ? 511 : v]); };
-    for (int x = 0; x < width; ++x) {
-        const uint8_t* s = yuva + 4 * x;
-        const int y = cut ? l[s[0] - 16] : s[0];
-        const int u = s[1], v = s[2];
-        const int32_t yt = t[y];
-        Put4(bgra + 4 * x, lim((t[512 + u] + yt) >> 16), lim((t[768 + v] + t[1024 + u] + yt) >> 16),
-             lim((t[256 + v] + yt) >> 16), 255);
-    }
-}
-
 } // namespace plain
 } // namespace stdfx

@@ -1,7 +1,7 @@
-// Row kernels of the translators. A row goes through one canonical form: BGRA bytes on
-// the RGB side, Y U V A bytes on the YUV side, with the depth word of the depth forms
-// beside them. Readers bring a stored row to the canonical form, the colour kernels
-// change the colour space, writers store it. The plain kernels here define the result.
+// Row readers and writers of the translators. A row goes through one canonical form:
+// BGRA bytes on the RGB side, Y U V A bytes on the YUV side, with the depth word of the
+// depth forms beside them. Readers bring a stored row to the canonical form, the colour
+// kernels (rowkernels.h) change the colour space, writers store it.
 #pragma once
 
 #include <cstdint>
@@ -35,15 +35,6 @@ void ReadRow(RowLayout layout, const uint8_t* row, const uint8_t* alpha, int wid
              uint32_t* depth);
 void WriteRow(RowLayout layout, const uint8_t* pixels, const uint32_t* depth, int width,
               uint8_t* row, uint8_t* alpha);
-// BGRA to YUVA with the nine rows of a CRGB2YUV table and the chroma clamp (read from
-// its element 256). Y is stored as it comes; alpha is kept.
-void BgraToYuva(const uint8_t* bgra, uint8_t* yuva, int width, const int32_t* table,
-                const int32_t* clampC);
-// YUVA to BGRA with the five rows of a CYUV2RGB table and its limit (from element 256).
-// `cut` takes 16 from Y first (limited-range spaces). Alpha becomes 255.
-void YuvaToBgra(const uint8_t* yuva, uint8_t* bgra, int width, const int32_t* table,
-                const int32_t* limit, bool cut);
-
 } // namespace plain
 
 } // namespace stdfx
