@@ -51,6 +51,62 @@ void YuvaToBgra_C(const uint8_t* src, uint8_t* dst, int32_t pixels, const Colour
     }
 }
 
+namespace {
+
+// Byte positions of Y0, U, Y1 and V in a pair.
+template <int Y0, int U, int Y1, int V>
+void Read422(const uint8_t* row, const uint8_t* alpha, uint8_t* out, int32_t pixels) {
+    const int32_t pairs = (pixels + 1) / 2;
+    for (int32_t p = 0; p < pairs; ++p) {
+        const uint8_t* s = row + 4 * p;
+        const uint8_t* n = p + 1 < pairs ? s + 4 : s;
+        const int32_t x = 2 * p;
+        uint8_t* d = out + 4 * x;
+        d[0] = s[Y0];
+        d[1] = s[U];
+        d[2] = s[V];
+        d[3] = alpha ? alpha[x] : 255;
+        if (x + 1 < pixels) {
+            d[4] = s[Y1];
+            d[5] = uint8_t((s[U] + n[U] + 1) >> 1);
+            d[6] = uint8_t((s[V] + n[V] + 1) >> 1);
+            d[7] = alpha ? alpha[x + 1] : 255;
+        }
+    }
+}
+
+template <int Y0, int U, int Y1, int V>
+void Write422(const uint8_t* in, uint8_t* row, uint8_t* alpha, int32_t pixels) {
+    for (int32_t x = 0; x < pixels; x += 2) {
+        const uint8_t* a = in + 4 * x;
+        const uint8_t* b = x + 1 < pixels ? a + 4 : a;
+        uint8_t* d = row + 2 * x;
+        d[Y0] = a[0];
+        d[U] = a[1];
+        d[Y1] = b[0];
+        d[V] = a[2];
+        if (alpha) {
+            alpha[x] = a[3];
+            if (x + 1 < pixels) alpha[x + 1] = b[3];
+        }
+    }
+}
+
+} // namespace
+
+void ReadYuyv_C(const uint8_t* row, const uint8_t* alpha, uint8_t* yuva, int32_t pixels) {
+    Read422<0, 1, 2, 3>(row, alpha, yuva, pixels);
+}
+void ReadUyvy_C(const uint8_t* row, const uint8_t* alpha, uint8_t* yuva, int32_t pixels) {
+    Read422<1, 0, 3, 2>(row, alpha, yuva, pixels);
+}
+void WriteYuyv_C(const uint8_t* yuva, uint8_t* row, uint8_t* alpha, int32_t pixels) {
+    Write422<0, 1, 2, 3>(yuva, row, alpha, pixels);
+}
+void WriteUyvy_C(const uint8_t* yuva, uint8_t* row, uint8_t* alpha, int32_t pixels) {
+    Write422<1, 0, 3, 2>(yuva, row, alpha, pixels);
+}
+
 bool LinearRows(const int32_t* table, int rows) {
     for (int r = 0; r < rows; ++r) {
         const int32_t* t = table + 256 * r;
@@ -80,7 +136,8 @@ bool StandardClamp(const int32_t* table, int32_t lo, int32_t hi) {
     return true;
 }
 
-static constexpr Kernels kPlain = {"plain", Copy_C, Fill32_C, BgraToYuva_C, YuvaToBgra_C};
+static constexpr Kernels kPlain = {"plain",    Copy_C,     Fill32_C,    BgraToYuva_C, YuvaToBgra_C,
+                                   ReadYuyv_C, ReadUyvy_C, WriteYuyv_C, WriteUyvy_C};
 
 const Kernels& PlainKernels() {
     return kPlain;

@@ -28,6 +28,11 @@ typedef void (*CopyFn)(uint8_t* dst, const uint8_t* src, size_t bytes);
 typedef void (*FillFn)(uint8_t* dst, uint32_t value, size_t words);
 typedef void (*ColourFn)(const uint8_t* src, uint8_t* dst, int32_t pixels, const ColourTables& t);
 
+// One-plane 4:2:2 rows and Y U V A pixels; `alpha` is the row of the alpha plane of a
+// 32-bit image, or null (read as 255, not written).
+typedef void (*Read422Fn)(const uint8_t* row, const uint8_t* alpha, uint8_t* yuva, int32_t pixels);
+typedef void (*Write422Fn)(const uint8_t* yuva, uint8_t* row, uint8_t* alpha, int32_t pixels);
+
 struct Kernels {
     const char* name; // the target's name, SimdTargetName
     CopyFn copy;
@@ -38,6 +43,15 @@ struct Kernels {
     ColourFn bgraToYuva;
     // Y U V A to BGRA with the five rows of a CYUV2RGB table and its limit; alpha 255.
     ColourFn yuvaToBgra;
+    // 4:2:2 to Y U V A: the even pixel of a pair takes the pair's chroma, the odd pixel
+    // the rounded-up mean of its pair's and the next pair's; the last pair repeats its
+    // own. Y U Y V (sampling 0) and U Y V Y (512).
+    Read422Fn readYuyv;
+    Read422Fn readUyvy;
+    // Y U V A to 4:2:2: each pair takes the chroma of its even pixel; the last pixel of
+    // an odd run fills its pair alone.
+    Write422Fn writeYuyv;
+    Write422Fn writeUyvy;
 };
 
 const Kernels& PlainKernels();
@@ -51,6 +65,10 @@ void Copy_C(uint8_t* dst, const uint8_t* src, size_t bytes);
 void Fill32_C(uint8_t* dst, uint32_t value, size_t words);
 void BgraToYuva_C(const uint8_t* src, uint8_t* dst, int32_t pixels, const ColourTables& t);
 void YuvaToBgra_C(const uint8_t* src, uint8_t* dst, int32_t pixels, const ColourTables& t);
+void ReadYuyv_C(const uint8_t* row, const uint8_t* alpha, uint8_t* yuva, int32_t pixels);
+void ReadUyvy_C(const uint8_t* row, const uint8_t* alpha, uint8_t* yuva, int32_t pixels);
+void WriteYuyv_C(const uint8_t* yuva, uint8_t* row, uint8_t* alpha, int32_t pixels);
+void WriteUyvy_C(const uint8_t* yuva, uint8_t* row, uint8_t* alpha, int32_t pixels);
 
 // True if rows 0..rows-1 of 256 entries are each linear in their index.
 bool LinearRows(const int32_t* table, int rows);

@@ -13,6 +13,8 @@
 
 #include <hwy/highway.h>
 
+#include <cstring>
+
 #include "runtime/simd.h"
 #include "stdfx/rowkernels.h"
 
@@ -135,6 +137,98 @@ void YuvaToBgra(const uint8_t* src, uint8_t* dst, int32_t pixels, const ColourTa
     }
 }
 
+// 4:2:2. One vector of pair words holds 2 kBlock pixels; even and odd pixels are built
+// in two vectors of pixel words and stored, or loaded, interleaved, which keeps the
+// pixel order across 128-bit blocks. Positions of Y0, U, Y1, V as in the plain loops.
+using D16 = hn::Rebind<uint16_t, D32>;
+using V32 = hn::Vec<D32>;
+
+template <int Y0, int U, int Y1, int V> V32 Byte(V32 w, int which) {
+    const int pos = which == 0 ? Y0 : which == 1 ? U : which == 2 ? Y1 : V;
+    return hn::And(hn::ShiftRightSame(w, 8 * pos), hn::Set(D32(), 0xFFu));
+}
+
+// Whole vectors only, and the pair after the last one read must exist (it gives the
+// odd pixels of the last pair their chroma).
+template <int Y0, int U, int Y1, int V>
+void Read422(const uint8_t* row, const uint8_t* alpha, uint8_t* yuva, int32_t pixels) {
+    const D8 d8;
+    const D32 d32;
+    const D16 d16;
+    const V32 one = hn::Set(d32, 1u), byte = hn::Set(d32, 0xFFu);
+    for (int32_t i = 0; i < pixels; i += 2 * kBlock) {
+        const V32 w = hn::BitCast(d32, hn::LoadU(d8, row + 2 * i));
+        const V32 n = hn::BitCast(d32, hn::LoadU(d8, row + 2 * i + 4));
+        const V32 u = Byte<Y0, U, Y1, V>(w, 1), v = Byte<Y0, U, Y1, V>(w, 3);
+        const V32 un = Byte<Y0, U, Y1, V>(n, 1), vn = Byte<Y0, U, Y1, V>(n, 3);
+        const V32 u1 = hn::ShiftRight<1>(hn::Add(hn::Add(u, un), one));
+        const V32 v1 = hn::ShiftRight<1>(hn::Add(hn::Add(v, vn), one));
+        V32 a0 = byte, a1 = byte;
+        if (alpha) {
+            uint16_t pairs[hn::MaxLanes(D32())];
+            std::memcpy(pairs, alpha + i, sizeof pairs);
+            const V32 a = hn::PromoteTo(d32, hn::LoadU(d16, pairs));
+            a0 = hn::And(a, byte);
+            a1 = hn::ShiftRight<8>(a);
+        }
+        const V32 even = hn::Or(hn::Or(Byte<Y0, U, Y1, V>(w, 0), hn::ShiftLeft<8>(u)),
+                                hn::Or(hn::ShiftLeft<16>(v), hn::ShiftLeft<24>(a0)));
+        const V32 odd = hn::Or(hn::Or(Byte<Y0, U, Y1, V>(w, 2), hn::ShiftLeft<8>(u1)),
+                               hn::Or(hn::ShiftLeft<16>(v1), hn::ShiftLeft<24>(a1)));
+        uint32_t out[2 * hn::MaxLanes(D32())];
+        hn::StoreInterleaved2(even, odd, d32, out);
+        std::memcpy(yuva + 4 * i, out, sizeof out);
+    }
+}
+
+// Whole vectors only.
+template <int Y0, int U, int Y1, int V>
+void Write422(const uint8_t* yuva, uint8_t* row, uint8_t* alpha, int32_t pixels) {
+    const D8 d8;
+    const D32 d32;
+    const DI32 di;
+    const V32 byte = hn::Set(d32, 0xFFu);
+    for (int32_t i = 0; i < pixels; i += 2 * kBlock) {
+        uint32_t in[2 * hn::MaxLanes(D32())];
+        std::memcpy(in, yuva + 4 * i, sizeof in);
+        V32 even, odd;
+        hn::LoadInterleaved2(d32, in, even, odd);
+        const V32 word =
+            hn::Or(hn::Or(hn::ShiftLeftSame(hn::And(even, byte), 8 * Y0),
+                          hn::ShiftLeftSame(hn::And(hn::ShiftRight<8>(even), byte), 8 * U)),
+                   hn::Or(hn::ShiftLeftSame(hn::And(odd, byte), 8 * Y1),
+                          hn::ShiftLeftSame(hn::And(hn::ShiftRight<16>(even), byte), 8 * V)));
+        hn::StoreU(hn::BitCast(d8, word), d8, row + 2 * i);
+        if (alpha) {
+            const V32 a =
+                hn::Or(hn::ShiftRight<24>(even), hn::ShiftLeft<8>(hn::ShiftRight<24>(odd)));
+            uint16_t pairs[hn::MaxLanes(D32())];
+            hn::StoreU(hn::DemoteTo(hn::Rebind<uint16_t, DI32>(), hn::BitCast(di, a)),
+                       hn::Rebind<uint16_t, DI32>(), pairs);
+            std::memcpy(alpha + i, pairs, sizeof pairs);
+        }
+    }
+}
+
+template <Read422Fn Vec, Read422Fn Plain>
+void AnyRead(const uint8_t* row, const uint8_t* alpha, uint8_t* yuva, int32_t pixels) {
+    // One pixel left to the plain loop keeps the pair after the vector part in the row.
+    kelp::simd::SplitRun(
+        pixels, 2 * kBlock, 1, [&](int32_t n) { Vec(row, alpha, yuva, n); },
+        [&](int32_t n, int32_t rest) {
+            Plain(row + 2 * n, alpha ? alpha + n : nullptr, yuva + 4 * n, rest);
+        });
+}
+
+template <Write422Fn Vec, Write422Fn Plain>
+void AnyWrite(const uint8_t* yuva, uint8_t* row, uint8_t* alpha, int32_t pixels) {
+    kelp::simd::SplitRun(
+        pixels, 2 * kBlock, 0, [&](int32_t n) { Vec(yuva, row, alpha, n); },
+        [&](int32_t n, int32_t rest) {
+            Plain(yuva + 4 * n, row + 2 * n, alpha ? alpha + n : nullptr, rest);
+        });
+}
+
 // The vector form over the whole vectors of a run, the plain loop over the rest; the
 // plain loop alone where the tables are not linear.
 template <ColourFn Vec, ColourFn Plain>
@@ -146,8 +240,15 @@ void AnyColour(const uint8_t* src, uint8_t* dst, int32_t pixels, const ColourTab
 }
 
 constexpr Kernels kKernels = {
-    KELP_SIMD_THIS_TARGET_NAME,          CopyAny, Fill32Any, AnyColour<BgraToYuva, BgraToYuva_C>,
+    KELP_SIMD_THIS_TARGET_NAME,
+    CopyAny,
+    Fill32Any,
+    AnyColour<BgraToYuva, BgraToYuva_C>,
     AnyColour<YuvaToBgra, YuvaToBgra_C>,
+    AnyRead<Read422<0, 1, 2, 3>, ReadYuyv_C>,
+    AnyRead<Read422<1, 0, 3, 2>, ReadUyvy_C>,
+    AnyWrite<Write422<0, 1, 2, 3>, WriteYuyv_C>,
+    AnyWrite<Write422<1, 0, 3, 2>, WriteUyvy_C>,
 };
 
 #endif // KELP_SIMD_VECTOR_PASS

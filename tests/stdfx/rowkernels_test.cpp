@@ -120,3 +120,45 @@ TEST(RowKernels, ColourStepsEqualPlainForEveryColour) {
         }
     }
 }
+
+// 4:2:2 rows in both orders, with and without an alpha plane, both directions.
+TEST(RowKernels, Rows422EqualPlainAtEveryLengthAndStart) {
+    std::mt19937 rng(21);
+    struct Pair {
+        Read422Fn Kernels::*read;
+        Write422Fn Kernels::*write;
+        Read422Fn plainRead;
+        Write422Fn plainWrite;
+    } orders[] = {{&Kernels::readYuyv, &Kernels::writeYuyv, ReadYuyv_C, WriteYuyv_C},
+                  {&Kernels::readUyvy, &Kernels::writeUyvy, ReadUyvy_C, WriteUyvy_C}};
+    kelptest::ForEachSimdTarget([&](int) {
+        for (const Pair& o : orders)
+            for (int32_t len : kLengths)
+                for (bool withAlpha : {false, true})
+                    for (size_t start = 0; start < 4; start += 3) {
+                        SCOPED_TRACE(testing::Message() << "length " << len << " alpha "
+                                                        << withAlpha << " start " << start);
+                        const size_t rowBytes = size_t(len + 1) / 2 * 4, pixBytes = size_t(len) * 4;
+                        kelptest::GuardedBuffer row(rowBytes + start), alpha(size_t(len) + start),
+                            pix(pixBytes + start);
+                        row.Random(rng);
+                        alpha.Random(rng);
+                        uint8_t* a = withAlpha ? alpha.data() + start : nullptr;
+                        std::vector<uint8_t> want(pixBytes);
+                        o.plainRead(row.data() + start, a, want.data(), len);
+                        (Current().*o.read)(row.data() + start, a, pix.data() + start, len);
+                        ASSERT_EQ(std::memcmp(pix.data() + start, want.data(), pixBytes), 0);
+
+                        pix.Random(rng);
+                        std::vector<uint8_t> wantRow(rowBytes, 0xEE), wantAlpha(size_t(len), 0xEE);
+                        o.plainWrite(pix.data() + start, wantRow.data(),
+                                     withAlpha ? wantAlpha.data() : nullptr, len);
+                        row.Fill(0xEE);
+                        alpha.Fill(0xEE);
+                        (Current().*o.write)(pix.data() + start, row.data() + start, a, len);
+                        ASSERT_EQ(std::memcmp(row.data() + start, wantRow.data(), rowBytes), 0);
+                        ASSERT_EQ(std::memcmp(alpha.data() + start, wantAlpha.data(), size_t(len)),
+                                  0);
+                    }
+    });
+}
