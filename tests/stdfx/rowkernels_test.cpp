@@ -95,14 +95,18 @@ TEST(RowKernels, ColourStepsEqualPlainAtEveryLengthAndStart) {
     });
 }
 
-// Every colour of 24 bits, with alpha bytes running through every value, for each table.
-TEST(RowKernels, ColourStepsEqualPlainForEveryColour) {
+// Every pair of the first two bytes, under every fifth value of the third (0 and 255 among
+// them) and 1 and 254, alpha running through every value, for each linear table.
+TEST(RowKernels, ColourStepsEqualPlainAcrossTheColourRange) {
     const std::vector<ColourTables> all = AllTables();
     std::vector<uint8_t> src(65536 * 4), want(65536 * 4), got(65536 * 4);
     for (size_t k = 0; k < all.size(); ++k) {
         if (!all[k].linear) continue; // the plain loop runs there
         const ColourFn plain = k < 2 ? BgraToYuva_C : YuvaToBgra_C;
-        for (int hi = 0; hi < 256; ++hi) {
+        std::vector<int> his = {1, 254};
+        for (int hi = 0; hi < 256; hi += 5)
+            his.push_back(hi);
+        for (int hi : his) {
             for (int i = 0; i < 65536; ++i) {
                 src[4 * i] = uint8_t(i);
                 src[4 * i + 1] = uint8_t(i >> 8);
