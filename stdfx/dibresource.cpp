@@ -1,6 +1,5 @@
 // Images from BMP files standing in for embedded resources, and the debugging aids that
 // write an image (or its alpha) to a PNG file.
-#include <kelp/imageio.h>
 #include <kelp/stdfx_dib.h>
 #include <kelp/stdfx_translate.h>
 #include <kelp/trace.h>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "dibformat.h"
+#include "dibpng.h"
 #include "dibrowspan.h"
 #include "runtime/kelpos.h"
 
@@ -49,26 +49,12 @@ std::wstring ResourcePath(const wchar_t* name) {
 // The PNG file of a debugging aid: 32-bit BGRA pixels, bottom-up.
 bool WritePng(const wchar_t* kind, int x, int y, int w, int h, int width, int height,
               const std::vector<uint8_t>& bgra) {
-    KXBMINFOHEADER d;
-    std::memset(&d, 0, sizeof d);
-    d.biSize = KXBMI_SIZE;
-    d.biWidth = width;
-    d.biHeight = height;
-    d.biPlanes = 1;
-    d.biBitCount = 32;
-    d.biSizeImage = uint32_t(bgra.size());
-    d.bmiMagic = KXBMI_MAGIC;
-    d.bmiAlpha = KXDIB_ALPHA_OPAQUE;
-    d.bmiFrame = 1;
-    wchar_t name[64];
-    ::kelpFormat(name, 64, L"%s_%d_%d_%d_%d.png", kind, x, y, w, h);
+    wchar_t name[96];
+    ::kelpFormat(name, 96, L"%s_%d_%d_%d_%d.png", kind, x, y, w, h);
     const std::wstring path = kelp::os::TempDirectory() + name;
-    kelp::IImageIO* io = CreateImageIO(KXIMAGEIO_VERSION, nullptr);
-    if (!io) return false;
-    const KXRESULT r = io->SaveImage(path.c_str(), &d, bgra.data(), nullptr);
-    io->Release();
-    kelp::dbgPrintf(8, 4, L"CDIB: %s written to %s\n", kind, path.c_str());
-    return KX_SUCCEEDED(r);
+    const bool ok = WriteBgraPng(path, width, height, bgra);
+    if (ok) kelp::dbgPrintf(8, 4, L"CDIB: %s written to %s\n", kind, path.c_str());
+    return ok;
 }
 
 } // namespace

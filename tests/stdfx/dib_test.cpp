@@ -452,3 +452,30 @@ TEST(DIB, OperationsOfLaterWorkAnswerFalse) {
     EXPECT_FALSE(d.CopyCentred(s, -1));
     EXPECT_TRUE(d.IsValid());
 }
+
+TEST(DIB, ShowOnDesktopWritesPngFiles) {
+    KXBMINFOHEADERYUV y = MakeYuv(6, 4, 32, KXYUV_SAMPLING_422);
+    CDIB d(&y.bmi);
+    ASSERT_TRUE(d.Fill(-1, 0));
+    const std::wstring dir = kelp::os::TempDirectory();
+    const std::wstring picture = dir + L"kelp_dib_1_2_3_4.png",
+                       alpha = dir + L"kelp_dib_alpha_1_2_3_4.png";
+    kelp::os::DeleteFile(picture);
+    kelp::os::DeleteFile(alpha);
+    EXPECT_TRUE(d.ShowOnDesktop(1, 2, 3, 4));
+    EXPECT_TRUE(d.ShowAlphaOnDesktop(1, 2, 3, 4));
+    for (const std::wstring& path : {picture, alpha}) {
+        kelp::os::FileHandle* f = kelp::os::OpenFileRead(path);
+        ASSERT_NE(f, nullptr);
+        uint8_t signature[8] = {};
+        size_t done = 0;
+        kelp::os::ReadFile(f, signature, 8, &done);
+        kelp::os::CloseFile(f);
+        const uint8_t png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+        EXPECT_EQ(std::memcmp(signature, png, 8), 0);
+    }
+    kelp::os::DeleteFile(picture);
+    kelp::os::DeleteFile(alpha);
+    CDIB empty;
+    EXPECT_FALSE(empty.ShowOnDesktop(0, 0, 0, 0));
+}
