@@ -9,9 +9,12 @@
 
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include <kelp/stdfx.h>
+
+#include "runtime/cpuflags.h"
 
 #if defined(KELP_BENCH_LIBYUV)
 #include <libyuv/convert_argb.h>
@@ -60,7 +63,23 @@ KXBMINFOHEADERYUV YuvOf(int64_t arg) {
 }
 const char* kLabels[3] = {"YUV444 32", "YUYV 16", "UYVY 32 + alpha"};
 
+// The second argument: 0 runs the plain loops alone, 1 the best vector target.
+class Target {
+public:
+    explicit Target(benchmark::State& state)
+        : m_old(kelp::MaskSimdTargets(state.range(1) ? kelp::kSimdAllTargets
+                                                     : kelp::SimdBit(kelp::kSimdPlain))) {}
+    ~Target() { kelp::MaskSimdTargets(m_old); }
+    std::string Label(const char* what) const {
+        return std::string(what) + " " + kelp::SimdTargetName(kelp::BestSimdTarget());
+    }
+
+private:
+    uint32_t m_old;
+};
+
 void StdfxRgbToYuv(benchmark::State& state) {
+    const Target target(state);
     KXBMINFOHEADERYUV rgb = Header(KXBI_RGB, 32, 0), yuv = YuvOf(state.range(0));
     CDIB src(&rgb.bmi), dst(&yuv.bmi);
     Randomise(src);
@@ -68,12 +87,13 @@ void StdfxRgbToYuv(benchmark::State& state) {
         dst.Convert(src, -1, 0);
         benchmark::DoNotOptimize(dst.Bits());
     }
-    state.SetLabel(kLabels[state.range(0)]);
+    state.SetLabel(target.Label(kLabels[state.range(0)]));
     state.SetItemsProcessed(state.iterations() * kW * kH);
 }
-BENCHMARK(StdfxRgbToYuv)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+BENCHMARK(StdfxRgbToYuv)->ArgsProduct({{0, 1, 2}, {0, 1}})->Unit(benchmark::kMillisecond);
 
 void StdfxYuvToRgb(benchmark::State& state) {
+    const Target target(state);
     KXBMINFOHEADERYUV rgb = Header(KXBI_RGB, 32, 0), yuv = YuvOf(state.range(0));
     CDIB src(&yuv.bmi), dst(&rgb.bmi);
     Randomise(src);
@@ -81,12 +101,13 @@ void StdfxYuvToRgb(benchmark::State& state) {
         dst.Convert(src, -1, 0);
         benchmark::DoNotOptimize(dst.Bits());
     }
-    state.SetLabel(kLabels[state.range(0)]);
+    state.SetLabel(target.Label(kLabels[state.range(0)]));
     state.SetItemsProcessed(state.iterations() * kW * kH);
 }
-BENCHMARK(StdfxYuvToRgb)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+BENCHMARK(StdfxYuvToRgb)->ArgsProduct({{0, 1, 2}, {0, 1}})->Unit(benchmark::kMillisecond);
 
 void StdfxCopyBits(benchmark::State& state) {
+    const Target target(state);
     KXBMINFOHEADERYUV rgb = Header(KXBI_RGB, 32, 0);
     CDIB src(&rgb.bmi), dst(&rgb.bmi);
     Randomise(src);
@@ -94,20 +115,23 @@ void StdfxCopyBits(benchmark::State& state) {
         dst.CopyBits(src);
         benchmark::DoNotOptimize(dst.Bits());
     }
+    state.SetLabel(target.Label(""));
     state.SetBytesProcessed(state.iterations() * kW * kH * 4);
 }
-BENCHMARK(StdfxCopyBits)->Unit(benchmark::kMillisecond);
+BENCHMARK(StdfxCopyBits)->ArgsProduct({{0}, {0, 1}})->Unit(benchmark::kMillisecond);
 
 void StdfxFill(benchmark::State& state) {
+    const Target target(state);
     KXBMINFOHEADERYUV rgb = Header(KXBI_RGB, 32, 0);
     CDIB dst(&rgb.bmi);
     for (auto _ : state) {
         dst.Fill(-1, 0x80402010);
         benchmark::DoNotOptimize(dst.Bits());
     }
+    state.SetLabel(target.Label(""));
     state.SetBytesProcessed(state.iterations() * kW * kH * 4);
 }
-BENCHMARK(StdfxFill)->Unit(benchmark::kMillisecond);
+BENCHMARK(StdfxFill)->ArgsProduct({{0}, {0, 1}})->Unit(benchmark::kMillisecond);
 
 #if defined(KELP_BENCH_LIBYUV)
 // libyuv's "ARGB" is our 32-bit BGRA in memory.
