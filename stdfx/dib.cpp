@@ -177,6 +177,7 @@ uint32_t CDIB::BlockOffset(uint32_t size) {
 }
 
 bool CDIB::MakeBlock(const KXBMINFOHEADER* header, uint32_t headerSize) {
+    if (headerSize < kMinHeader || headerSize > kMaxHeader) return false;
     const uint32_t image = DIBImageSize(header);
     const uint32_t offset = BlockOffset(headerSize);
     if (image > kMaxImage - offset) return false;
@@ -622,7 +623,9 @@ bool CDIB::IsYUVz() const {
 
 unsigned char* CDIB::GetAlphaPlane() const {
     if (!IsValid() || !HasAlphaPlane(Header())) return nullptr;
-    return static_cast<unsigned char*>(Bits()) + Header()->bmiAlphaOffset;
+    // Where the sizes put it, behind the rows; the offset word of the header only
+    // reports it.
+    return static_cast<unsigned char*>(Bits()) + ptrdiff_t(Stride()) * Height();
 }
 int32_t CDIB::GetAlphaStride() const {
     return Header() && HasAlphaPlane(Header()) ? DIBAlphaStride(Header()) : 0;

@@ -9,6 +9,7 @@
 
 #include <kelp/stdfx.h>
 
+#include "guardedbuffer.h"
 #include "kxbihtest.h"
 #include "runtime/kelpos.h"
 
@@ -478,4 +479,27 @@ TEST(DIB, ShowOnDesktopWritesPngFiles) {
     kelp::os::DeleteFile(alpha);
     CDIB empty;
     EXPECT_FALSE(empty.ShowOnDesktop(0, 0, 0, 0));
+}
+
+// The words of an attached header are claims: an alpha offset that points elsewhere is not
+// followed, and a header longer than a header can be is not copied.
+TEST(DIB, AttachedHeadersAreClaims) {
+    KXBMINFOHEADERYUV y = MakeYuv(6, 3, 32, KXYUV_SAMPLING_422);
+    y.bmi.bmiAlphaOffset = 0x7FFFFFF0;
+    const uint32_t size = stdfx::DIBImageSize(&y.bmi);
+    ASSERT_EQ(size, 12u * 3 + 8u * 3);
+    kelptest::GuardedBuffer pixels(size);
+    pixels.Fill(0xEE);
+    CDIB d(&y.bmi, pixels.data());
+    ASSERT_TRUE(d.Fill(-1, 0));
+    EXPECT_EQ(pixels.data()[36], 0); // the alpha plane, right behind the rows
+    EXPECT_EQ(pixels.data()[size - 3], 0);
+
+    KXBMINFOHEADERYUV r = MakeRgb(2, 2, 32);
+    r.bmi.biSize = 1u << 20;
+    uint32_t px[4] = {};
+    CDIB a(&r.bmi, px), shared(a);
+    EXPECT_FALSE(a.MakeWritable()); // the copy would read a megabyte of header
+    EXPECT_FALSE(a.IsValid());
+    EXPECT_EQ(shared.GetRefCount(), 1);
 }
