@@ -348,7 +348,7 @@ bool CYUV2RGB::ConvertImage(CDIB& target, const CDIB& source, int field) {
     step.tables = {table, limit, cs != 1,
                    rowkernels::LinearRows(table, 5) && rowkernels::StandardClamp(limit, 0, 255)};
     if (!Translate(target, source, field, to, from, step)) return false;
-    target.Header()->bmiAlpha = KXDIB_ALPHA_PREMULTIPLIED;
+    if (th->biSize >= KXBMI_SIZE) target.Header()->bmiAlpha = KXDIB_ALPHA_PREMULTIPLIED;
     return true;
 }
 
