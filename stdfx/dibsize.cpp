@@ -55,7 +55,7 @@ int64_t Stride64(const KXBMINFOHEADER* h) {
     default:
         return 0;
     }
-    if (h->bmiAlignment == 64) s = Up(s, 64);
+    if (h->biSize >= KXBMI_SIZE && h->bmiAlignment == 64) s = Up(s, 64);
     return s;
 }
 
