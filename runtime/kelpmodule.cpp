@@ -28,6 +28,8 @@ const module::GlobalEntry kGlobals[] = {
     {"conversion manager registry", module::ConstructConversionGlobals,
      module::DestroyConversionGlobals},
     {"process heap allocator", module::ConstructCppAllocator, module::DestroyCppAllocator},
+    // image toolkit: tables and translators, made by their first use
+    {"image toolkit", nullptr, module::DestroyToolkit},
 };
 
 KXMODULE g_module = nullptr;

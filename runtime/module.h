@@ -40,6 +40,9 @@ void ConstructThreadHook();
 void DestroyThreadHook();
 void ConstructEventNames();
 void DestroyEventNames();
+// The image toolkit's tables and translators are made on first use; their entry only
+// ends them.
+void DestroyToolkit();
 
 } // namespace module
 } // namespace kelp
