@@ -19,3 +19,4 @@
 #include "samplerateconverter.h"
 #include "kelpimg.h"
 #include "imageio.h"
+#include "timewarp.h"
