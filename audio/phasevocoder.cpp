@@ -37,8 +37,9 @@ TWPhaseVocoder::TWPhaseVocoder(unsigned blockSize, unsigned channels)
     _analysisPhase = new (std::nothrow) Fvec[channels];
     _synthesisPhase = new (std::nothrow) Fvec[channels];
     _overlapAdd = new (std::nothrow) Fvec[channels];
+    _heard = new (std::nothrow) Fvec[channels];
     bool ok = _window && _forwardFFT && _inverseFFT && _analysisPhase && _synthesisPhase &&
-              _overlapAdd && _frameBuffer.size() == kSize && _spectrum.size() == kSize &&
+              _overlapAdd && _heard && _frameBuffer.size() == kSize && _spectrum.size() == kSize &&
               _work.size() == kSize && _window->window().size() == kSize;
     for (const Fvec& s : _spare)
         ok = ok && s.size() == kSize;
@@ -46,7 +47,9 @@ TWPhaseVocoder::TWPhaseVocoder(unsigned blockSize, unsigned channels)
         _analysisPhase[c].alloc(kSize / 2 + 1);
         _synthesisPhase[c].alloc(kSize / 2 + 1);
         _overlapAdd[c].alloc(2 * kSize);
-        ok = _analysisPhase[c].size() && _synthesisPhase[c].size() && _overlapAdd[c].size();
+        _heard[c].alloc(kSize / 2);
+        ok = _analysisPhase[c].size() && _synthesisPhase[c].size() && _overlapAdd[c].size() &&
+             _heard[c].size();
     }
     _valid = ok && makeRings(&_inParams, &_outParams);
 }
@@ -58,6 +61,7 @@ TWPhaseVocoder::~TWPhaseVocoder() {
     delete[] _analysisPhase;
     delete[] _synthesisPhase;
     delete[] _overlapAdd;
+    delete[] _heard;
 }
 
 void TWPhaseVocoder::setQuality(int level) {
@@ -98,21 +102,35 @@ void TWPhaseVocoder::phaseStep(Fvec& frame, unsigned channel) {
     float* d = frame.data();
     float* analysis = _analysisPhase[channel].data();
     float* synthesis = _synthesisPhase[channel].data();
+    float* heard = _heard[channel].data();
     const float omega = float(_analysisHop) * 2.0f * _pi / float(_windowSize);
     for (unsigned k = 0; k < _fftSize / 2; ++k) {
         const float re = d[2 * k], im = d[2 * k + 1];
         const float m = std::hypot(re, im);
-        float delta = 0.0f;
-        if (m != 0.0f) {
+        float y;
+        if (m != 0.0f && heard[k] == 0.0f) {
+            // The first frame a bin is heard in has no phase before it to advance from:
+            // it starts from its own phase, so that neighbouring bins keep the relation
+            // that places the frame's energy at the window's centre.
             const float ph = -std::atan2(im, re);
-            delta = ph - analysis[k];
             analysis[k] = ph;
+            heard[k] = 1.0f;
+            y = ph;
+        } else {
+            float delta = 0.0f;
+            if (m != 0.0f) {
+                const float ph = -std::atan2(im, re);
+                delta = ph - analysis[k];
+                analysis[k] = ph;
+            } else {
+                heard[k] = 0.0f;
+            }
+            const float e = float(k) * omega;
+            delta = principalValue(delta - e);
+            const float t = delta + e;
+            const float advance = t * _stretch;
+            y = principalValue(advance + synthesis[k]);
         }
-        const float e = float(k) * omega;
-        delta = principalValue(delta - e);
-        const float t = delta + e;
-        const float advance = t * _stretch;
-        const float y = principalValue(advance + synthesis[k]);
         synthesis[k] = y;
         d[2 * k] = m * std::cos(y);
         d[2 * k + 1] = -(m * std::sin(y));
@@ -191,5 +209,6 @@ void TWPhaseVocoder::reset() {
         _analysisPhase[c].fill(0.0f);
         _synthesisPhase[c].fill(0.0f);
         _overlapAdd[c].fill(0.0f);
+        _heard[c].fill(0.0f);
     }
 }

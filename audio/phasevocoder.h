@@ -52,6 +52,9 @@ private:
     Fvec* _analysisPhase;
     Fvec* _synthesisPhase;
     Fvec* _overlapAdd;
+    // Per channel and bin: 1 once the bin has had a magnitude, 0 at the start and after
+    // a silent frame. A bin starts its synthesis phase from its analysis phase.
+    Fvec* _heard;
     unsigned _windowSize;
     unsigned _analysisHop;
     unsigned _synthesisHop;
