@@ -14,7 +14,7 @@
 namespace srctest {
 
 class BlockReader : public kelp::ISampleRateConverter::IReadData {
-public:
+  public:
     // `blockBytes` are the sizes of the blocks in turn; the last repeats.
     BlockReader(std::vector<uint8_t> bytes, std::vector<uint32_t> blockBytes)
         : m_bytes(std::move(bytes)), m_sizes(std::move(blockBytes)) {}
@@ -60,7 +60,7 @@ public:
     uint32_t frees() const { return m_frees; }
     bool ended() const { return m_ended; }
 
-private:
+  private:
     std::vector<uint8_t> m_bytes;
     std::vector<uint32_t> m_sizes;
     size_t m_pos = 0;
