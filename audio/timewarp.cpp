@@ -136,6 +136,7 @@ unsigned MATtimewarpImp::flush(float** out) {
 }
 
 void MATtimewarpImp::setParam(int index, float value) {
+    if (!(value == value)) return; // not a number: no setting at all
     if (index == 0) {
         setStretch(std::pow(2.0f, 2.0f * value - 1.0f));
     } else if (index == 1) {
