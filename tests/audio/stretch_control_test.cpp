@@ -231,3 +231,18 @@ TEST(TimeWarp, PitchChangesNoOutput) {
         EXPECT_EQ(Stretch(a.get(), 512, in), Stretch(b.get(), 512, in)) << method;
     }
 }
+
+TEST(TimeWarp, HostileSamplesEndNormally) {
+    // Not-a-number, infinities, huge and denormal values: every step still runs and
+    // flush still ends, at every quality level.
+    Signal in = Noise(2, 24000, 9);
+    const float bad[] = {NAN, INFINITY, -INFINITY, 3e38f, -3e38f, 1e-42f};
+    for (size_t i = 0; i < in[0].size(); i += 97)
+        in[i % 2][i] = bad[(i / 97) % 6];
+    for (int method : {0, 1})
+        for (int quality : {0, 1, 2}) {
+            auto tw = Make(300, 2, method, quality, 1.3f);
+            Signal out = Stretch(tw.get(), 300, in);
+            EXPECT_GT(out[0].size(), 24000u) << method << " " << quality;
+        }
+}
