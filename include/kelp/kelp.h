@@ -20,3 +20,4 @@
 #include "kelpimg.h"
 #include "imageio.h"
 #include "stdfx.h"
+#include "timewarp.h"
