@@ -12,7 +12,7 @@
 
 #include "cli.h"
 #include "commands.h"
-#include "pngfile.h"
+#include "pictureio.h"
 #include "progress.h"
 #include "testpicture.h"
 
@@ -98,7 +98,7 @@ int RunRoundtrip(const CLI::App& cmd, Options o) {
         picture = testpic::GenerateTestPicture(int(o.genWidth), int(o.genHeight));
     } else {
         std::string error;
-        if (!ReadPng(o.in.c_str(), &picture, &error)) {
+        if (!ReadPicture(o.in, &picture, &error)) {
             std::fprintf(stderr, "kelp codec-roundtrip: %s\n", error.c_str());
             return 1;
         }
@@ -178,7 +178,7 @@ int RunRoundtrip(const CLI::App& cmd, Options o) {
                 length, double(picture.bgr.size()) / double(length ? length : 1), psnr);
     if (!o.out.empty()) {
         std::string error;
-        if (!WritePng(o.out.c_str(), result, &error)) {
+        if (!WritePicturePng(o.out, result, &error)) {
             std::fprintf(stderr, "kelp codec-roundtrip: %s\n", error.c_str());
             return 1;
         }

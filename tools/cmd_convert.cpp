@@ -92,8 +92,10 @@ int RunConvert(const ConvertArgs& args) {
                                                           : -1;
     if (alpha >= 0 && depth == 24) return Fail("alpha needs 32 bits: leave out --depth 24");
     const std::string ext = imagetool::Extension(out);
-    if (ext != "bmp" && ext != "tif" && ext != "tga" && ext != "jpg" && ext != "bsi")
-        return Fail("cannot write " + out + ": the library writes .bmp, .tif, .tga, .jpg and .bsi");
+    if (ext != "bmp" && ext != "tif" && ext != "tga" && ext != "jpg" && ext != "bsi" &&
+        ext != "png")
+        return Fail("cannot write " + out +
+                    ": the library writes .bmp, .tif, .tga, .jpg, .bsi and .png");
     std::wstring win, wtemp;
     if (!imagetool::Wide(in, &win)) return Fail(in + ": the name is not UTF-8");
 
@@ -141,7 +143,10 @@ int RunConvert(const ConvertArgs& args) {
     signal(SIGTERM, OnConvertSignal);
     signal(SIGHUP, OnConvertSignal);
     kelp::ImageSaveOptions save = {sizeof(kelp::ImageSaveOptions), 0, 0, quality, {0, 0}};
-    const bool saved = KX_SUCCEEDED(io->SaveImage(wtemp.c_str(), &desc.bmi, pixels, &save));
+    // PNG goes through the library's PNG writer; the other formats through SaveImage.
+    const bool saved =
+        ext == "png" ? KX_SUCCEEDED(kelp::SavePNGImage(wtemp.c_str(), &desc.bmi, pixels))
+                     : KX_SUCCEEDED(io->SaveImage(wtemp.c_str(), &desc.bmi, pixels, &save));
     allocator.Free(pixels);
     io->Release();
     if (!saved || std::rename(temp.c_str(), out.c_str()) != 0) {
@@ -151,9 +156,11 @@ int RunConvert(const ConvertArgs& args) {
         return Fail(saved ? out + ": " + std::strerror(e) : out + ": cannot be written");
     }
     g_tempPath[0] = 0;
-    // What the file holds: .tif always 24 bits, .jpg no alpha, the others as the image.
+    // What the file holds: .tif always 24 bits, .jpg no alpha, .png no alpha where the
+    // fourth byte holds nothing, the others as the image.
     const int bits = desc.bmi.biBitCount;
-    const int written = (ext == "tif" || (ext == "jpg" && bits == 32)) ? 24 : bits;
+    const bool noAlpha = ext == "jpg" || (ext == "png" && desc.bmi.bmiAlpha == KXDIB_ALPHA_OPAQUE);
+    const int written = (ext == "tif" || (noAlpha && bits == 32)) ? 24 : bits;
     std::printf("%s: %d x %d -> %s: %d x %d, %d bits", in.c_str(), inW, inH, out.c_str(),
                 desc.bmi.biWidth, desc.bmi.biHeight, written);
     if (written == 32) std::printf(", %s alpha", imagetool::AlphaName(desc.bmi.bmiAlpha));
@@ -177,8 +184,8 @@ void AddConvertCommand(CLI::App& app) {
         ->required()
         ->type_name("FILE");
     cmd->add_option("OUT", args->out,
-                    "the file to write: .bmp, .tif, .tga, .jpg or .bsi; .tif and .jpg keep no\n"
-                    "alpha")
+                    "the file to write: .bmp, .tif, .tga, .jpg, .bsi or .png; .tif and .jpg\n"
+                    "keep no alpha")
         ->required()
         ->type_name("FILE");
     cmd->add_option("--depth", args->depth,

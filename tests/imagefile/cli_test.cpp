@@ -106,9 +106,9 @@ TEST_F(ImageCli, ConvertFailuresAreOneLineAndKeepTheOldOutput) {
          "kelp convert: damaged.png: cannot be read (damaged, or too large)\n"},
         {"convert nothing.png old.tga", 1,
          "kelp convert: nothing.png: not an image file the library reads\n"},
-        {"convert rgb.png out.png", 1,
-         "kelp convert: cannot write out.png: the library writes .bmp, .tif, .tga, .jpg and "
-         ".bsi\n"},
+        {"convert rgb.png out.gif", 1,
+         "kelp convert: cannot write out.gif: the library writes .bmp, .tif, .tga, .jpg, .bsi "
+         "and .png\n"},
         {"convert rgb.png old.tga --alpha straight --depth 24", 1,
          "kelp convert: alpha needs 32 bits: leave out --depth 24\n"},
         {"convert rgb.png old.tga --depth 16", 2,
@@ -130,6 +130,49 @@ TEST_F(ImageCli, ConvertFailuresAreOneLineAndKeepTheOldOutput) {
     // No temporary file is left behind.
     for (const auto& e : std::filesystem::directory_iterator(m_dir))
         EXPECT_NE(e.path().filename().string().rfind(".kelp-convert-", 0), 0u);
+}
+
+// PNG out, read back by another program (GraphicsMagick) pixel for pixel; and alpha
+// taken premultiplied and back to straight through the tool.
+TEST_F(ImageCli, ConvertWritesPngAndUndoesPremultiplication) {
+    if (std::system("command -v gm >/dev/null 2>&1") != 0) GTEST_SKIP() << "no gm";
+    std::string out, err;
+    ASSERT_EQ(Run("convert alpha.png out.png", &out, &err), 0) << err;
+    EXPECT_NE(out.find("32 bits, straight alpha"), std::string::npos) << out;
+    ASSERT_EQ(std::system(("gm convert " + Path("out.png") + " rgba:" + Path("out.rgba")).c_str()),
+              0);
+    const Loaded in = Load("alpha.png", 32);
+    ASSERT_EQ(in.result, KX_OK);
+    const Bytes rgba = ReadBytes(Path("out.rgba"));
+    ASSERT_EQ(rgba.size(), in.img.px.size() * 4);
+    size_t differ = 0;
+    for (size_t i = 0; i < in.img.px.size(); ++i) {
+        const uint32_t p = in.img.px[i];
+        const uint8_t want[4] = {uint8_t(p >> 16), uint8_t(p >> 8), uint8_t(p), uint8_t(p >> 24)};
+        differ += std::memcmp(want, &rgba[i * 4], 4) != 0;
+    }
+    EXPECT_EQ(differ, 0u);
+
+    // Premultiplied, then straight again: labelled straight, alpha kept, each colour
+    // within the step that premultiplying at that alpha loses (255 / alpha).
+    ASSERT_EQ(Run("convert alpha.png pm.bsi --alpha premultiplied", &out, &err), 0) << err;
+    ASSERT_EQ(Run("convert pm.bsi st.bsi --alpha straight", &out, &err), 0) << err;
+    const Loaded st = Load("st.bsi", 32);
+    ASSERT_EQ(st.result, KX_OK);
+    EXPECT_EQ(st.desc.bmi.bmiAlpha, KXDIB_ALPHA_VALID);
+    ASSERT_EQ(st.img.px.size(), in.img.px.size());
+    size_t far = 0, opaqueSeen = 0;
+    for (size_t i = 0; i < in.img.px.size(); ++i) {
+        const uint32_t a = in.img.px[i], b = st.img.px[i];
+        const int alpha = int(a >> 24);
+        if (alpha == 0) continue;
+        opaqueSeen += alpha == 255;
+        far += (b >> 24) != uint32_t(alpha);
+        for (int s = 0; s < 24; s += 8)
+            far += std::abs(int((a >> s) & 0xFF) - int((b >> s) & 0xFF)) > 255 / alpha + 1;
+    }
+    EXPECT_EQ(far, 0u);
+    EXPECT_GT(opaqueSeen, 0u);
 }
 
 } // namespace
