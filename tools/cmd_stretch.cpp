@@ -5,6 +5,10 @@
 // its own directory and renamed over OUT only when it is complete.
 #include "cmd_stretch.h"
 
+#include "cli.h"
+#include "commands.h"
+#include "progress.h"
+
 #include <kelp/timewarp.h>
 
 #include <sndfile.h>
@@ -48,33 +52,6 @@ bool SameFile(const std::string& a, const std::string& b) {
     if (stat(a.c_str(), &sa) != 0 || stat(b.c_str(), &sb) != 0) return false;
     return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
-
-// "stretching [#####.....]  42%" on standard error, on a terminal only.
-class Progress {
-public:
-    explicit Progress(sf_count_t total) : m_total(total), m_on(total > 0 && isatty(2)) {}
-    ~Progress() { Finish(); }
-    void Update(sf_count_t done) {
-        if (!m_on) return;
-        const int percent = int(std::min<sf_count_t>(done, m_total) * 100 / m_total);
-        if (percent == m_last) return;
-        m_last = percent;
-        const int filled = percent * 40 / 100;
-        std::fprintf(stderr, "\rstretching [%.*s%.*s] %3d%%", filled,
-                     "########################################", 40 - filled,
-                     "........................................", percent);
-        std::fflush(stderr);
-    }
-    void Finish() {
-        if (m_on && m_last >= 0) std::fputc('\n', stderr);
-        m_last = -1;
-    }
-
-private:
-    sf_count_t m_total;
-    bool m_on;
-    int m_last = -1;
-};
 
 struct SndFileCloser {
     void operator()(SNDFILE* f) const { sf_close(f); }
@@ -145,7 +122,7 @@ bool Stretch(SNDFILE* in, const SF_INFO& info, SNDFILE* out, const StretchOption
         outPtr[c] = outPlanes[c].data();
     }
     Sink sink(out, channels, options.ratio);
-    Progress progress(info.frames);
+    kelptool::Progress progress("stretching", info.frames);
     sf_count_t read = 0;
     auto writeFailed = [&] {
         progress.Finish();
@@ -276,4 +253,38 @@ int RunStretch(const StretchOptions& options) {
     }
     g_tempPath[0] = 0;
     return 0;
+}
+
+void AddStretchCommand(CLI::App& app) {
+    auto o = std::make_shared<StretchOptions>();
+    auto method = std::make_shared<std::string>("wsola");
+    CLI::App* cmd = kelptool::AddCommand(
+        app, "stretch", "Make a sound file longer or shorter at kept pitch.",
+        [o, method](const CLI::App&) {
+            StretchOptions run = *o;
+            run.method = *method == "vocoder" ? 1 : 0;
+            return RunStretch(run);
+        });
+    kelptool::Describe(*cmd,
+                       "Stretches IN in time by --ratio without changing its pitch and writes\n"
+                       "OUT as WAV in IN's encoding, rate and channels. IN is only read; OUT\n"
+                       "is written whole under a temporary name, then renamed.");
+    cmd->add_option("IN", o->in, "the sound file: anything libsndfile reads")
+        ->required()
+        ->type_name("FILE");
+    cmd->add_option("OUT", o->out, "the WAV file to write")->required()->type_name("FILE");
+    cmd->add_option("--ratio", o->ratio,
+                    "output length over input length: 1.25 makes it a quarter longer, 0.5\n"
+                    "half as long; wsola takes 0.375 to 4, vocoder 0.25 to 2")
+        ->required()
+        ->type_name("R");
+    cmd->add_option("--method", *method,
+                    "wsola (overlap-add of matching waveform pieces: fast, best for speech\n"
+                    "and music with beats) or vocoder (phase vocoder: smoother for steady\n"
+                    "tones); default wsola")
+        ->type_name("NAME")
+        ->check(kelptool::OneOf({"wsola", "vocoder"}));
+    cmd->add_option("--quality", o->quality, "0 (fastest), 1 or 2 (best); default 0")
+        ->type_name("Q")
+        ->check(kelptool::WholeNumber(0, 2));
 }

@@ -44,6 +44,7 @@ const Command kCommands[] = {
      {"--generate", "--codec", "--bits", "--quality", "--dv50", "1 to 100", "24", "PSNR"}},
     {"info", {"FILE", "orientation"}},
     {"convert", {"IN", "OUT", "--depth", "--alpha", "--size", "--quality", "premultiplied"}},
+    {"stretch", {"IN", "OUT", "--ratio", "--method", "--quality", "1.25", "wsola", "vocoder"}},
 };
 
 bool Mentions(const std::string& text, const std::string& word) {
@@ -85,10 +86,13 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         const char* line; // the whole of standard error
     } cases[] = {
         {"", "kelp: a command is needed: version, demo, resample, config, codecs, "
-             "codec-roundtrip, info, convert"},
+             "codec-roundtrip, info, convert, stretch"},
         {"frobnicate", "kelp: unknown command 'frobnicate' (version, demo, resample, config, "
-                       "codecs, codec-roundtrip, info, convert)"},
+                       "codecs, codec-roundtrip, info, convert, stretch)"},
         {"--bogus", "kelp: unexpected --bogus"},
+        {"stretch a.wav b.wav", "kelp stretch: --ratio is required"},
+        {"stretch a.wav b.wav --ratio 2 --method fast",
+         "kelp stretch: --method: fast is not one of wsola, vocoder"},
         {"version extra", "kelp version: unexpected extra"},
         {"demo --samples d", "kelp demo: --samples requires --out"},
         {"resample a.wav b.wav", "kelp resample: --rate is required"},
