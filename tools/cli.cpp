@@ -5,8 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <limits>
 #include <vector>
 
 namespace kelptool {
@@ -170,20 +168,17 @@ CLI::Validator PictureSize(uint32_t high) {
 int Run(CLI::App& app, int argc, char** argv) {
     // A word where a command belongs that names none: said here, as the parser would
     // only say that a command is needed.
-    const CLI::App* at = &app;
+    CLI::App* at = &app;
     for (int i = 1; i < argc; ++i) {
         if (at->get_subcommands({}).empty()) break;
         const std::string word = argv[i];
         if (word == "-h" || word == "--help") break;
         if (word.size() > 1 && word[0] == '-') return Error(*at, "unexpected " + word, kUsage);
-        const CLI::App* next = nullptr;
         try {
-            next = const_cast<CLI::App*>(at)->get_subcommand(argv[i]);
+            at = at->get_subcommand(word);
         } catch (const CLI::OptionNotFound&) {
-            return Error(*at, "unknown command '" + std::string(argv[i]) + "' (" + Names(*at) + ")",
-                         kUsage);
+            return Error(*at, "unknown command '" + word + "' (" + Names(*at) + ")", kUsage);
         }
-        at = next;
     }
     try {
         app.parse(argc, argv);

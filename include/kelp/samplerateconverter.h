@@ -58,9 +58,11 @@ class KELP_API ISampleRateConverter : public IUnknown {
     // no reference taken: it must outlive the converter) and stores its
     // ISampleRateConverter in *object with the one reference. False, with *object null,
     // if object or reader is null, the format is unusable (no channels or streams, a
-    // rate of 0, a block alignment that is not channels times sample bytes) or the
-    // output rate is not positive; a ratio of input to output rate above 4 or below 0.01
-    // is served at that limit.
+    // rate of 0, a block alignment that is not channels times sample bytes), the
+    // output rate is not positive, or the ratio of input to output rate, in single
+    // precision, is not served: it must lie from 0.01 to 4 - 8/512 (3.984375), so that
+    // the output is at most 100 times and a little over a quarter of the input rate at
+    // least. Equal rates are always served.
     static bool Create(tagKXWAVFORMAT format, int outputRate, IReadData* reader, void** object);
     // Advice to callers on how far ahead of one another to let queues run: always 5000.
     // Nothing in the converter is bounded by it.
