@@ -322,7 +322,13 @@ constexpr Kernels kKernels = {
     AnyRow<Rgb555<4>, Rgb555To32_C, kBlock, 16, 4>,
     AnyRow<Rgb555<3>, Rgb555To24_C, kBlock, 16, 3>,
     AnyRow<BgrTo32, BgrTo32_C, kBlock, 24, 4>,
+#if HWY_TARGET == HWY_AVX3 && (HWY_TARGETS & HWY_AVX2)
+    // 32 to 24 bits is bound by memory, and the AVX2 form (compiled in the pass before
+    // this one) was faster than 512-bit vectors here.
+    N_AVX2::kKernels.bgraTo24,
+#else
     AnyRow<BgraTo24, BgraTo24_C, kBlock, 32, 3>,
+#endif
 };
 
 #endif // KELP_SIMD_VECTOR_PASS

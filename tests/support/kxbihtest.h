@@ -62,7 +62,7 @@ inline int AssertionCount() {
 // An allocator that knows its live blocks, and can be told to fail or throw from the
 // n-th allocation on.
 class TrackingAllocator : public kelp::IAllocator {
-public:
+  public:
     enum Mode { kWork, kFail, kThrow };
     void FailFrom(int n, Mode mode = kFail) {
         m_failFrom = n;
@@ -104,7 +104,7 @@ public:
     int Calls() const { return m_calls; }
     int BadFrees() const { return m_badFrees; }
 
-private:
+  private:
     std::map<void*, unsigned> m_live;
     int m_calls = 0;
     int m_failFrom = 0;
