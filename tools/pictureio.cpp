@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 
 #include "imagetool.h"
 
@@ -11,6 +12,10 @@ bool ReadPicture(const std::string& path, testpic::Picture* picture, std::string
     std::wstring wide;
     if (!imagetool::Wide(path, &wide)) {
         *error = path + ": the name is not UTF-8";
+        return false;
+    }
+    if (!std::ifstream(path, std::ios::binary)) {
+        *error = "cannot open " + path;
         return false;
     }
     kelp::IImageIO* io = CreateImageIO(KXIMAGEIO_VERSION, nullptr);
