@@ -32,6 +32,7 @@
 #include "cli.h"
 #include "commands.h"
 #include "progress.h"
+#include "soundfile.h"
 
 namespace {
 
@@ -70,16 +71,8 @@ bool Served(CSamRateCon::MODE mode) {
            mode != CSamRateCon::MODE_48000_11025 && mode != CSamRateCon::MODE_44100_11025;
 }
 
-bool SameFile(const std::string& a, const std::string& b) {
-    struct stat sa, sb;
-    if (stat(a.c_str(), &sa) != 0 || stat(b.c_str(), &sb) != 0) return false;
-    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
-}
-
-struct SndFileCloser {
-    void operator()(SNDFILE* f) const { sf_close(f); }
-};
-using SndFile = std::unique_ptr<SNDFILE, SndFileCloser>;
+using kelptool::SameFile;
+using kelptool::SndFile;
 
 // A float sample of full scale 1.0 to 16 bits: the inverse of reading 16 bits as x / 32768,
 // so that samples that were 16-bit come back unchanged.

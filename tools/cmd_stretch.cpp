@@ -8,6 +8,7 @@
 #include "cli.h"
 #include "commands.h"
 #include "progress.h"
+#include "soundfile.h"
 
 #include <kelp/timewarp.h>
 
@@ -47,16 +48,8 @@ extern "C" void OnStretchSignal(int sig) {
     raise(sig);
 }
 
-bool SameFile(const std::string& a, const std::string& b) {
-    struct stat sa, sb;
-    if (stat(a.c_str(), &sa) != 0 || stat(b.c_str(), &sb) != 0) return false;
-    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
-}
-
-struct SndFileCloser {
-    void operator()(SNDFILE* f) const { sf_close(f); }
-};
-using SndFile = std::unique_ptr<SNDFILE, SndFileCloser>;
+using kelptool::SameFile;
+using kelptool::SndFile;
 
 // Output frames of the stretcher on their way to the file: none is written past the
 // length that the input read so far asks for, so that the file ends at exactly the
