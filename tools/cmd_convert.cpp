@@ -144,9 +144,9 @@ int RunConvert(const ConvertArgs& args) {
     signal(SIGHUP, OnConvertSignal);
     kelp::ImageSaveOptions save = {sizeof(kelp::ImageSaveOptions), 0, 0, quality, {0, 0}};
     // PNG goes through the library's PNG writer; the other formats through SaveImage.
-    const bool saved =
-        ext == "png" ? KX_SUCCEEDED(kelp::SavePNGImage(wtemp.c_str(), &desc.bmi, pixels))
-                     : KX_SUCCEEDED(io->SaveImage(wtemp.c_str(), &desc.bmi, pixels, &save));
+    const bool saved = ext == "png"
+                           ? KX_SUCCEEDED(kelp::SavePNGImage(wtemp.c_str(), &desc.bmi, pixels))
+                           : KX_SUCCEEDED(io->SaveImage(wtemp.c_str(), &desc.bmi, pixels, &save));
     allocator.Free(pixels);
     io->Release();
     if (!saved || std::rename(temp.c_str(), out.c_str()) != 0) {

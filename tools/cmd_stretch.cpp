@@ -251,13 +251,13 @@ int RunStretch(const StretchOptions& options) {
 void AddStretchCommand(CLI::App& app) {
     auto o = std::make_shared<StretchOptions>();
     auto method = std::make_shared<std::string>("wsola");
-    CLI::App* cmd = kelptool::AddCommand(
-        app, "stretch", "Make a sound file longer or shorter at kept pitch.",
-        [o, method](const CLI::App&) {
-            StretchOptions run = *o;
-            run.method = *method == "vocoder" ? 1 : 0;
-            return RunStretch(run);
-        });
+    CLI::App* cmd =
+        kelptool::AddCommand(app, "stretch", "Make a sound file longer or shorter at kept pitch.",
+                             [o, method](const CLI::App&) {
+                                 StretchOptions run = *o;
+                                 run.method = *method == "vocoder" ? 1 : 0;
+                                 return RunStretch(run);
+                             });
     kelptool::Describe(*cmd,
                        "Stretches IN in time by --ratio without changing its pitch and writes\n"
                        "OUT as WAV in IN's encoding, rate and channels. IN is only read; OUT\n"

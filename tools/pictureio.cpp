@@ -48,8 +48,7 @@ bool ReadPicture(const std::string& path, testpic::Picture* picture, std::string
     return true;
 }
 
-bool WritePicturePng(const std::string& path, const testpic::Picture& picture,
-                     std::string* error) {
+bool WritePicturePng(const std::string& path, const testpic::Picture& picture, std::string* error) {
     std::wstring wide;
     if (!imagetool::Wide(path, &wide)) {
         *error = path + ": the name is not UTF-8";

@@ -9,5 +9,4 @@
 // False with a message in *error if the file cannot be read; alpha is dropped.
 bool ReadPicture(const std::string& path, testpic::Picture* picture, std::string* error);
 // Writes a PNG file; false with a message in *error if it cannot be written.
-bool WritePicturePng(const std::string& path, const testpic::Picture& picture,
-                     std::string* error);
+bool WritePicturePng(const std::string& path, const testpic::Picture& picture, std::string* error);
