@@ -130,6 +130,8 @@ Linear LinearOf(const int32_t* rows) {
     return l;
 }
 
+// (S >> Shift) of the sum, the folded channels added as x << (16 - Shift).
+template <int Shift = 16>
 HWY_INLINE V32 LinearSum(const Linear& l, V32 lo, V32 hi, V32 b, V32 g, V32 r) {
     const D32 d;
     const D16 d16;
@@ -138,10 +140,10 @@ HWY_INLINE V32 LinearSum(const Linear& l, V32 lo, V32 hi, V32 b, V32 g, V32 r) {
         d, hn::BitCast(d16, lo), hn::BitCast(d16, hn::Set(d, l.pairLo)), hn::Set(d, l.off), unused);
     s = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, hi),
                                       hn::BitCast(d16, hn::Set(d, l.pairHi)), s, unused);
-    s = hn::ShiftRight<16>(s);
-    if (l.addB) s = hn::Add(s, b);
-    if (l.addG) s = hn::Add(s, g);
-    if (l.addR) s = hn::Add(s, r);
+    s = hn::ShiftRight<Shift>(s);
+    if (l.addB) s = hn::Add(s, hn::ShiftLeft<16 - Shift>(b));
+    if (l.addG) s = hn::Add(s, hn::ShiftLeft<16 - Shift>(g));
+    if (l.addR) s = hn::Add(s, hn::ShiftLeft<16 - Shift>(r));
     return s;
 }
 
@@ -355,6 +357,113 @@ template <int PS> void UyvyToBgr(const View& v, const uint8_t* src, uint8_t* dst
     }
 }
 
+// ---- Meshed 4:2:2
+
+// Luma, Cb and Cr of K pixels, each shifted by 16, and the chroma sums shifted by 15.
+struct Sums422 {
+    V32 y, cb, cr, su15, sv15;
+};
+
+struct Forward {
+    const View& v;
+    Linear ly, lu, lv;
+    explicit Forward(const View& view)
+        : v(view), ly(LinearOf(view.rgbYcc)), lu(LinearOf(view.rgbYcc + 768)),
+          lv(LinearOf(view.rgbYcc + 1536)) {}
+
+    HWY_INLINE Sums422 operator()(V32 px) const {
+        const D32 d;
+        const V32 b = Byte(px, 0), g = Byte(px, 8), r = Byte(px, 16);
+        Sums422 s;
+        if (v.space != 2) {
+            const V32 mask8 = hn::Set(d, 0x00FF00FF);
+            const V32 lo = hn::And(px, mask8);
+            const V32 hi = hn::And(hn::ShiftRight<8>(px), mask8);
+            s.y = LinearSum(ly, lo, hi, b, g, r);
+            s.su15 = LinearSum<15>(lu, lo, hi, b, g, r);
+            s.sv15 = LinearSum<15>(lv, lo, hi, b, g, r);
+        } else {
+            const int32_t* t = v.rgbYcc;
+            s.y = hn::ShiftRight<16>(
+                hn::Add(hn::Add(hn::GatherIndex(d, t, r), hn::GatherIndex(d, t + 256, g)),
+                        hn::GatherIndex(d, t + 512, b)));
+            s.su15 = hn::ShiftRight<15>(
+                hn::Add(hn::Add(hn::GatherIndex(d, t + 768, r), hn::GatherIndex(d, t + 1024, g)),
+                        hn::GatherIndex(d, t + 1280, b)));
+            s.sv15 = hn::ShiftRight<15>(
+                hn::Add(hn::Add(hn::GatherIndex(d, t + 1536, r), hn::GatherIndex(d, t + 1792, g)),
+                        hn::GatherIndex(d, t + 2048, b)));
+        }
+        s.cb = hn::ShiftRight<1>(s.su15);
+        s.cr = hn::ShiftRight<1>(s.sv15);
+        return s;
+    }
+};
+
+HWY_INLINE hn::Mask<D32> OddLanes() {
+    const D32 d;
+    return hn::Eq(hn::And(hn::Iota(d, 0), hn::Set(d, 1)), hn::Set(d, 1));
+}
+
+// Pixels k .. k + n - 1 of a line, k even and none of them the first or the last pixel
+// of the line: the neighbours k - 1 and k + n are read.
+template <int PS>
+void BgrToYuv422Inner(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int filterLuma) {
+    const D32 d;
+    const Forward fwd(v);
+    const auto odd = OddLanes();
+    const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
+    const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
+    for (int32_t i = 0; i < n; i += K) {
+        const uint8_t* s = src + PS * i;
+        const Sums422 c = fwd(LoadPixels<PS>(s));
+        const Sums422 p = fwd(LoadPixels<PS>(s - PS));
+        const Sums422 x = fwd(LoadPixels<PS>(s + PS));
+        V32 y = c.y;
+        if (filterLuma) y = hn::ShiftRight<2>(hn::Add(hn::Add(x.y, hn::ShiftLeft<1>(c.y)), p.y));
+        const V32 u =
+            hn::IfThenElse(odd, c.cb, hn::ShiftRight<2>(hn::Add(hn::Add(c.su15, x.cb), p.cb)));
+        const V32 w =
+            hn::IfThenElse(odd, c.cr, hn::ShiftRight<2>(hn::Add(hn::Add(c.sv15, x.cr), p.cr)));
+        StoreBgr<PS>(dst + PS * i,
+                     Pack3(Limit(y, loY, hiY), Limit(u, loC, hiC), Limit(w, loC, hiC)));
+    }
+}
+
+template <int PS>
+void BgrToYuv422(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int32_t* carry,
+                 int filterLuma) {
+    const int32_t m = n & ~1;
+    if (m == 0) return;
+    if (m >= 4) {
+        const uint8_t* s = src + (m - 1) * PS;
+        *carry = RawSums(v.rgbYcc, s[0], s[1], s[2]).y >> 16;
+    }
+    // Pixels 0 and 1, the whole vectors from 2 on that leave the last pixel (and the
+    // bytes a 3-byte load reads past its pixels) to the plain loop, and the rest.
+    const int32_t inner = simd::VectorPart(m - 2, K, PS == 3 ? 1 + kSlack3 : 1);
+    BgrToYuv422Range_C<PS>(v, src, dst, m, 0, 2, *carry, filterLuma);
+    if (inner > 0) BgrToYuv422Inner<PS>(v, src + 2 * PS, dst + 2 * PS, inner, filterLuma);
+    BgrToYuv422Range_C<PS>(v, src, dst, m, 2 + inner, m, *carry, filterLuma);
+}
+
+// Odd pixels take the mean chroma of their even neighbours: lane i - 1 of this vector
+// and of the vector two pixels on (adjacent lanes swapped within their pairs). The
+// whole vectors leave the last pair to the plain loop.
+template <int PS> void Yuv422ToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const Inverse inv(v);
+    const auto odd = OddLanes();
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 c = LoadPixels<PS>(src + PS * i);
+        const V32 x = LoadPixels<PS>(src + PS * (i + 2));
+        const V32 u = Byte(c, 8), w = Byte(c, 16);
+        const V32 u2 = hn::ShiftRight<1>(hn::Add(hn::Shuffle2301(u), hn::Shuffle2301(Byte(x, 8))));
+        const V32 w2 = hn::ShiftRight<1>(hn::Add(hn::Shuffle2301(w), hn::Shuffle2301(Byte(x, 16))));
+        StoreBgr<PS>(dst + PS * i,
+                     inv(Byte(c, 0), hn::IfThenElse(odd, u2, u), hn::IfThenElse(odd, w2, w)));
+    }
+}
+
 // ---- Tails: the vector form over whole vectors, the plain loop over the rest.
 
 template <RowFn Vec, RowFn Plain, int SrcBytes, int DstBytes, int Slack>
@@ -375,8 +484,9 @@ constexpr Kernels kKernels = {
      Run<Yuv444ToBgr<4>, Yuv444ToBgr_C<4>, 8, 4, 0>},
     {Run<Matrix601To709<3>, Matrix601To709_C<3>, 6, 3, kSlack3>,
      Run<Matrix601To709<4>, Matrix601To709_C<4>, 8, 4, 0>},
-    {BgrToYuv422_C<3>, BgrToYuv422_C<4>},
-    {Yuv422ToBgr_C<3>, Yuv422ToBgr_C<4>},
+    {BgrToYuv422<3>, BgrToYuv422<4>},
+    {Run<Yuv422ToBgr<3>, Yuv422ToBgr_C<3>, 6, 3, 2 + kSlack3>,
+     Run<Yuv422ToBgr<4>, Yuv422ToBgr_C<4>, 8, 4, 2>},
     {Run<UyvyToBgr<3>, UyvyToBgr_C<3>, 4, 3, kSlack3>, Run<UyvyToBgr<4>, UyvyToBgr_C<4>, 4, 4, 0>},
     {Run<UyvkToBgr<3>, UyvkToBgr_C<3>, 8, 3, kSlack3>, Run<UyvkToBgr<4>, UyvkToBgr_C<4>, 8, 4, 0>},
     {Run<YuvkToBgr<3>, YuvkToBgr_C<3>, 8, 3, kSlack3>, Run<YuvkToBgr<4>, YuvkToBgr_C<4>, 8, 4, 0>},

@@ -116,7 +116,16 @@ TEST(CscSimd, EveryVectorConversionOnOddWidthsWithGaps) {
          }},
         {"422 forward", 0, false,
          [](Csc& c, const uint8_t* s, uint8_t* d, int w, int h, uint32_t ps, uint32_t pitch,
-            uint32_t) { return ps == 4 ? 1 : c.BGRToYUV422Meshed(s, d, w, h, ps, pitch, 0); }},
+            uint32_t) { return c.BGRToYUV422Meshed(s, d, w, h, ps, pitch, 0); }},
+        {"422 forward, luma filtered", 0, false,
+         [](Csc& c, const uint8_t* s, uint8_t* d, int w, int h, uint32_t ps, uint32_t pitch,
+            uint32_t) {
+             const int old = Csc::m_bFilterLuma;
+             Csc::m_bFilterLuma = 1;
+             const int rc = c.BGRToYUV422Meshed(s, d, w, h, ps, pitch, 0);
+             Csc::m_bFilterLuma = old;
+             return rc;
+         }},
         {"422 inverse", 0, false,
          [](Csc& c, const uint8_t* s, uint8_t* d, int w, int h, uint32_t ps, uint32_t pitch,
             uint32_t) { return c.YUV422MeshedToBGR(s, d, w, h, ps, pitch, 0); }},
