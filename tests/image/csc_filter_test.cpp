@@ -47,7 +47,7 @@ TEST(CscFilter, TapWeightsAndOutOfRangeResults) {
 
 TEST(CscFilter, AdaptiveStateSeeSawsAtTheTop) {
     // Busy: 0, 255 alternating. Flat: constant.
-    std::vector<uint8_t> busy(16), evenBusy(16), flat(16, 90);
+    std::vector<uint8_t> busy(20), evenBusy(20), flat(20, 90); // room for 7 taps each side
     for (size_t i = 0; i < busy.size(); ++i) {
         busy[i] = i & 1 ? 255 : 0;
         evenBusy[i] = (i / 2) & 1 ? 255 : 0;
