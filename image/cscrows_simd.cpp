@@ -475,24 +475,38 @@ void Run(const View& v, const uint8_t* src, uint8_t* dst, int32_t pixels) {
         });
 }
 
+// SSSE3 lacks the 32-bit multiply, min and max that the inverse and the 4:2:2 rows lean
+// on; emulated, they ran slower than the plain loop there, so that target keeps the
+// plain loop for them (the forward 4:4:4 row, all 16-bit multiply-adds, stays).
+constexpr bool kPlainInverse = HWY_TARGET == HWY_SSSE3;
+#define KELP_CSC_ROW(VEC, PLAIN) (kPlainInverse ? PLAIN : VEC)
+
 // Source bytes per pixel are given doubled, for the 2 of UYVY's half groups.
 constexpr Kernels kKernels = {
     KELP_SIMD_THIS_TARGET_NAME,
     {Run<BgrToYuv444<3>, BgrToYuv444_C<3>, 6, 3, kSlack3>,
      Run<BgrToYuv444<4>, BgrToYuv444_C<4>, 8, 4, 0>},
-    {Run<Yuv444ToBgr<3>, Yuv444ToBgr_C<3>, 6, 3, kSlack3>,
-     Run<Yuv444ToBgr<4>, Yuv444ToBgr_C<4>, 8, 4, 0>},
-    {Run<Matrix601To709<3>, Matrix601To709_C<3>, 6, 3, kSlack3>,
-     Run<Matrix601To709<4>, Matrix601To709_C<4>, 8, 4, 0>},
-    {BgrToYuv422<3>, BgrToYuv422<4>},
-    {Run<Yuv422ToBgr<3>, Yuv422ToBgr_C<3>, 6, 3, 2 + kSlack3>,
-     Run<Yuv422ToBgr<4>, Yuv422ToBgr_C<4>, 8, 4, 2>},
-    {Run<UyvyToBgr<3>, UyvyToBgr_C<3>, 4, 3, kSlack3>, Run<UyvyToBgr<4>, UyvyToBgr_C<4>, 4, 4, 0>},
-    {Run<UyvkToBgr<3>, UyvkToBgr_C<3>, 8, 3, kSlack3>, Run<UyvkToBgr<4>, UyvkToBgr_C<4>, 8, 4, 0>},
-    {Run<YuvkToBgr<3>, YuvkToBgr_C<3>, 8, 3, kSlack3>, Run<YuvkToBgr<4>, YuvkToBgr_C<4>, 8, 4, 0>},
-    {Run<YuvkToBgrPremultiplied<3>, YuvkToBgrPremultiplied_C<3>, 8, 3, kSlack3>,
-     Run<YuvkToBgrPremultiplied<4>, YuvkToBgrPremultiplied_C<4>, 8, 4, 0>},
+    {KELP_CSC_ROW((Run<Yuv444ToBgr<3>, Yuv444ToBgr_C<3>, 6, 3, kSlack3>), Yuv444ToBgr_C<3>),
+     KELP_CSC_ROW((Run<Yuv444ToBgr<4>, Yuv444ToBgr_C<4>, 8, 4, 0>), Yuv444ToBgr_C<4>)},
+    {KELP_CSC_ROW((Run<Matrix601To709<3>, Matrix601To709_C<3>, 6, 3, kSlack3>),
+                  Matrix601To709_C<3>),
+     KELP_CSC_ROW((Run<Matrix601To709<4>, Matrix601To709_C<4>, 8, 4, 0>), Matrix601To709_C<4>)},
+    {KELP_CSC_ROW(BgrToYuv422<3>, BgrToYuv422_C<3>),
+     KELP_CSC_ROW(BgrToYuv422<4>, BgrToYuv422_C<4>)},
+    {KELP_CSC_ROW((Run<Yuv422ToBgr<3>, Yuv422ToBgr_C<3>, 6, 3, 2 + kSlack3>), Yuv422ToBgr_C<3>),
+     KELP_CSC_ROW((Run<Yuv422ToBgr<4>, Yuv422ToBgr_C<4>, 8, 4, 2>), Yuv422ToBgr_C<4>)},
+    {KELP_CSC_ROW((Run<UyvyToBgr<3>, UyvyToBgr_C<3>, 4, 3, kSlack3>), UyvyToBgr_C<3>),
+     KELP_CSC_ROW((Run<UyvyToBgr<4>, UyvyToBgr_C<4>, 4, 4, 0>), UyvyToBgr_C<4>)},
+    {KELP_CSC_ROW((Run<UyvkToBgr<3>, UyvkToBgr_C<3>, 8, 3, kSlack3>), UyvkToBgr_C<3>),
+     KELP_CSC_ROW((Run<UyvkToBgr<4>, UyvkToBgr_C<4>, 8, 4, 0>), UyvkToBgr_C<4>)},
+    {KELP_CSC_ROW((Run<YuvkToBgr<3>, YuvkToBgr_C<3>, 8, 3, kSlack3>), YuvkToBgr_C<3>),
+     KELP_CSC_ROW((Run<YuvkToBgr<4>, YuvkToBgr_C<4>, 8, 4, 0>), YuvkToBgr_C<4>)},
+    {KELP_CSC_ROW((Run<YuvkToBgrPremultiplied<3>, YuvkToBgrPremultiplied_C<3>, 8, 3, kSlack3>),
+                  YuvkToBgrPremultiplied_C<3>),
+     KELP_CSC_ROW((Run<YuvkToBgrPremultiplied<4>, YuvkToBgrPremultiplied_C<4>, 8, 4, 0>),
+                  YuvkToBgrPremultiplied_C<4>)},
 };
+#undef KELP_CSC_ROW
 
 #endif // KELP_SIMD_VECTOR_PASS
 } // namespace HWY_NAMESPACE
