@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 
 #include "csc_testing.h"
@@ -457,4 +458,31 @@ TEST(CscConvert, TwoFieldPlanar422Layouts) {
                           1);
                 ASSERT_EQ(dst, want) << "order " << order << " filter " << filter << " ps " << ps;
             }
+}
+
+// BGR to meshed 4:4:4 and back: the bound of the round trip in each space, over a grid
+// of colours that holds black, white and the corners. The limited-range spaces lose
+// at most a few steps to the 16.16 rounding; the full-range one also has its luma and
+// chroma limited to 16..235 and 16..240 on the way in, which costs saturated colours
+// and the ends of the grey scale up to 28 steps.
+TEST(CscConvert, RoundTripThroughMeshed444StaysWithinItsBound) {
+    struct Case {
+        int space, bound;
+    } cases[] = {{0, 3}, {1, 28}, {2, 2}};
+    std::vector<uint8_t> bgr;
+    for (int r = 0; r < 256; r += 3)
+        for (int g = 0; g < 256; g += 3)
+            for (int b = 0; b < 256; b += 3)
+                bgr.insert(bgr.end(), {uint8_t(b), uint8_t(g), uint8_t(r)});
+    const int pixels = int(bgr.size() / 3);
+    for (const Case& k : cases) {
+        Csc c(k.space);
+        std::vector<uint8_t> trip = bgr;
+        c.BGRToYUV444Meshed(trip.data(), trip.data(), pixels, 1, 3, pixels * 3);
+        c.YUV444MeshedToBGR(trip.data(), trip.data(), pixels, 1, 3, pixels * 3);
+        int worst = 0;
+        for (size_t i = 0; i < bgr.size(); ++i)
+            worst = std::max(worst, std::abs(int(trip[i]) - int(bgr[i])));
+        EXPECT_LE(worst, k.bound) << "space " << k.space;
+    }
 }
