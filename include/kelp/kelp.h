@@ -19,5 +19,6 @@
 #include "samplerateconverter.h"
 #include "kelpimg.h"
 #include "imageio.h"
+#include "kxcsc.h"
 #include "stdfx.h"
 #include "timewarp.h"
