@@ -316,6 +316,37 @@ TEST(YuvChain, YuvGoesBackToTheRgbTheColourConverterGives) {
     }
 }
 
+TEST(YuvChain, SpacesConvertAsTheColourConverterDoes) {
+    struct Case {
+        uint32_t from, to;
+        uint32_t flags;
+    } cases[] = {{0, 2, 0}, {2, 0, 0}, {2, 0, KXCONV_KEEP_INPUT}, {0, 2, KXCONV_COLOR_LIMIT}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.from << " to " << c.to << ", flags " << c.flags);
+        const KXBMINFOHEADERYUV in = Yuv(9, 4, 32, c.from);
+        KXBMINFOHEADERYUV out = Yuv(9, 4, 32, c.to);
+        std::vector<uint8_t> image = RandomImage(in.bmi, 11);
+        std::vector<uint8_t> expect = image;
+        CKXCsc csc;
+        csc.Init(CKXCsc::CS_CCIR601);
+        ASSERT_EQ(csc.YUV444MeshedToYUV444(expect.data(), expect.data(), 9, 4, 4, 36,
+                                           CKXCsc::ColorSpace(c.from), CKXCsc::ColorSpace(c.to)),
+                  1);
+        const std::vector<uint8_t> original = image;
+        TrackingAllocator a;
+        const Outcome r = Convert(in, image, &out, c.flags, &a);
+        ASSERT_EQ(r.result, KX_OK);
+        EXPECT_EQ(r.data == image.data(), !(c.flags & KXCONV_KEEP_INPUT));
+        if (c.flags & KXCONV_KEEP_INPUT) {
+            EXPECT_EQ(image, original);
+        }
+        EXPECT_EQ(std::vector<uint8_t>(static_cast<const uint8_t*>(r.data),
+                                       static_cast<const uint8_t*>(r.data) + expect.size()),
+                  expect);
+        if (r.data != image.data()) a.Free(r.data);
+    }
+}
+
 // The stated bound of a round trip from RGB through "@YUV" and back, at the 100 %
 // chroma limit: every component within 3 of where it was in BT.601 and within 2 in
 // BT.709, less than 1 on average (measured over all 2^24 colours: BT.601 at most 2, 3,

@@ -1,12 +1,9 @@
 // The YUV stages one by one: what their Query accepts and what it writes, what they
-// propose, their buffers, and that their pixels are those of the colour converter in
-// the colour space and chroma limit the records and flags name.
+// propose, and how they refuse before touching a pixel. Their pixels are tested through
+// the manager, in yuv_chain_test.
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <random>
-
-#include <kelp/kxcsc.h>
 
 #include "convert/yuvconv.h"
 #include "kxbihtest.h"
@@ -25,37 +22,6 @@ KXBMINFOHEADERYUV Yuv(int32_t w, int32_t h, uint16_t bits, uint32_t space) {
     KXBMINFOHEADERYUV r = MakeYuv(w, h, bits);
     r.yuv.yuvColorSpace = space;
     return r;
-}
-
-// The bytes a row of `d` takes in the stages' buffers.
-size_t Pitch(const KXBMINFOHEADER& d) {
-    return (size_t(d.biBitCount) * size_t(d.biWidth) / 8 + 3) & ~size_t(3);
-}
-
-std::vector<uint8_t> RandomImage(const KXBMINFOHEADER& d, uint32_t seed) {
-    std::mt19937 rng(seed);
-    std::vector<uint8_t> v(Pitch(d) * size_t(d.biHeight < 0 ? -d.biHeight : d.biHeight));
-    for (uint8_t& b : v)
-        b = uint8_t(rng());
-    return v;
-}
-
-// The pixel bytes of every row, without the bytes that pad the rows to 4.
-std::vector<uint8_t> PixelBytes(const KXBMINFOHEADER& d, const void* data) {
-    const uint8_t* p = static_cast<const uint8_t*>(data);
-    const size_t row = size_t(d.biBitCount / 8) * size_t(d.biWidth);
-    std::vector<uint8_t> out;
-    for (int32_t y = 0; y < d.biHeight; ++y)
-        out.insert(out.end(), p + size_t(y) * Pitch(d), p + size_t(y) * Pitch(d) + row);
-    return out;
-}
-
-// What the colour converter itself makes of `image` (format `d`).
-std::vector<uint8_t> Reference(const KXBMINFOHEADER& d, std::vector<uint8_t> image,
-                               const std::function<int(CKXCsc&, uint8_t*)>& run) {
-    CKXCsc csc;
-    EXPECT_EQ(run(csc, image.data()), 1);
-    return PixelBytes(d, image.data());
 }
 
 } // namespace
@@ -308,122 +274,6 @@ TEST(YuvStage, AFailedProposalAllocationIsTraced) {
         EXPECT_EQ(c.stage->GetOutputFormat(&c.in->bmi, &p, &a, &c.target->bmi), KXE_OUTOFMEMORY);
         EXPECT_EQ(p, nullptr);
         EXPECT_EQ(kelptest::Lines8(2), Lines{c.trace});
-    }
-}
-
-TEST(YuvStage, ConvertGivesTheColourConvertersPixelsInPlaceOrNot) {
-    CRGBConverterYUV4444 toYuv;
-    CYUV444ConverterRGB32 to32;
-    CYUV444ConverterRGB24 to24;
-    CYUVConverterYUV spaces;
-    typedef std::function<int(CKXCsc&, const KXBMINFOHEADER&, uint8_t*)> Run;
-    // The same work straight through the colour converter, in place.
-    auto forward = [](CKXCsc::ColorSpace s, int limit) -> Run {
-        return [=](CKXCsc& csc, const KXBMINFOHEADER& d, uint8_t* p) {
-            csc.Init(s);
-            csc.ColorLimit(limit);
-            return csc.BGRToYUV444Meshed(p, p, d.biWidth, d.biHeight, d.biBitCount / 8,
-                                         uint32_t(Pitch(d)));
-        };
-    };
-    auto back = [](CKXCsc::ColorSpace s) -> Run {
-        return [=](CKXCsc& csc, const KXBMINFOHEADER& d, uint8_t* p) {
-            csc.Init(s);
-            return csc.YUV444MeshedToBGR(p, p, d.biWidth, d.biHeight, d.biBitCount / 8,
-                                         uint32_t(Pitch(d)));
-        };
-    };
-    auto between = [](CKXCsc::ColorSpace from, CKXCsc::ColorSpace to) -> Run {
-        return [=](CKXCsc& csc, const KXBMINFOHEADER& d, uint8_t* p) {
-            csc.Init(CKXCsc::CS_CCIR601);
-            return csc.YUV444MeshedToYUV444(p, p, d.biWidth, d.biHeight, d.biBitCount / 8,
-                                            uint32_t(Pitch(d)), from, to);
-        };
-    };
-    struct Case {
-        const char* what;
-        IConverter* stage;
-        KXBMINFOHEADERYUV in, out;
-        uint32_t flags;
-        Run reference;
-    } cases[] = {
-        {"rgb 24 to 601", &toYuv, MakeRgb(7, 5, 24), Yuv(7, 5, 24, 0), 0,
-         forward(CKXCsc::CS_CCIR601, 0)},
-        {"rgb 32 to 709", &toYuv, MakeRgb(7, 5, 32), Yuv(7, 5, 32, 2), 0,
-         forward(CKXCsc::CS_ITU709, 0)},
-        {"rgb 32 to 709 at the 75 % limit", &toYuv, MakeRgb(7, 5, 32), Yuv(7, 5, 32, 2),
-         KXCONV_COLOR_LIMIT, forward(CKXCsc::CS_ITU709, 1)},
-        {"rgb 24 to 601 at the 75 % limit", &toYuv, MakeRgb(5, 3, 24), Yuv(5, 3, 24, 0),
-         KXCONV_COLOR_LIMIT, forward(CKXCsc::CS_CCIR601, 1)},
-        {"709 to rgb 32", &to32, Yuv(7, 5, 32, 2), MakeRgb(7, 5, 32), 0, back(CKXCsc::CS_ITU709)},
-        {"601 to rgb 24; the limit flag is not read", &to24, Yuv(5, 3, 24, 0), MakeRgb(5, 3, 24),
-         KXCONV_COLOR_LIMIT, back(CKXCsc::CS_CCIR601)},
-        {"601 to 709", &spaces, Yuv(7, 5, 32, 0), Yuv(7, 5, 32, 2), 0,
-         between(CKXCsc::CS_CCIR601, CKXCsc::CS_ITU709)},
-        {"709 to 601", &spaces, Yuv(7, 5, 32, 2), Yuv(7, 5, 32, 0), KXCONV_COLOR_LIMIT,
-         between(CKXCsc::CS_ITU709, CKXCsc::CS_CCIR601)},
-    };
-    for (const Case& c : cases) {
-        for (bool keep : {false, true}) {
-            SCOPED_TRACE(std::string(c.what) + (keep ? ", kept input" : ", in place"));
-            KXBMINFOHEADERYUV in = c.in, out = c.out;
-            const std::vector<uint8_t> original = RandomImage(in.bmi, 17);
-            std::vector<uint8_t> image = original;
-            const std::vector<uint8_t> expect =
-                Reference(in.bmi, image,
-                          [&](CKXCsc& csc, uint8_t* p) { return c.reference(csc, in.bmi, p); });
-            TrackingAllocator a;
-            void* outData = nullptr;
-            // A report left from an earlier stage must not survive a stage that allocates.
-            uint32_t flags = c.flags | (keep ? KXCONV_KEEP_INPUT | KXCONV_OUT_SHARED : 0u);
-            int32_t q = 0;
-            ASSERT_EQ(c.stage->Convert(&in.bmi, image.data(), &out.bmi, &outData, &flags, &q, &a),
-                      KX_OK);
-            ASSERT_NE(outData, nullptr);
-            EXPECT_EQ(PixelBytes(out.bmi, outData), expect);
-            if (keep) {
-                EXPECT_NE(outData, image.data());
-                EXPECT_TRUE(a.Owns(outData));
-                EXPECT_EQ(a.GetSize(outData), Pitch(out.bmi) * size_t(out.bmi.biHeight));
-                EXPECT_EQ(flags & KXCONV_OUT_SHARED, 0u);
-                EXPECT_EQ(image, original);
-            } else {
-                EXPECT_EQ(outData, image.data());
-                EXPECT_EQ(a.Calls(), 0);
-                EXPECT_NE(flags & KXCONV_OUT_SHARED, 0u);
-            }
-        }
-    }
-}
-
-TEST(YuvStage, ConvertTracesItsTimeUnderItsOwnName) {
-    CRGBConverterYUV4444 toYuv;
-    CYUV444ConverterRGB32 to32;
-    CYUV444ConverterRGB24 to24;
-    CYUVConverterYUV spaces;
-    struct Case {
-        IConverter* stage;
-        KXBMINFOHEADERYUV in, out;
-        const wchar_t* prefix;
-    } cases[] = {
-        {&toYuv, MakeRgb(2, 2, 32), Yuv(2, 2, 32, 0), L"CRGBConverterYUV4444: used "},
-        {&to32, Yuv(2, 2, 32, 0), MakeRgb(2, 2, 32), L"CYUV444ConverterRGB: used "},
-        {&to24, Yuv(2, 2, 24, 0), MakeRgb(2, 2, 24), L"CYUV444ConverterRGB: used "},
-        {&spaces, Yuv(2, 2, 32, 2), Yuv(2, 2, 32, 0), L"CYUVConverterYUV: used "},
-    };
-    for (Case& c : cases) {
-        std::vector<uint8_t> image(16, 128);
-        void* outData = nullptr;
-        uint32_t flags = 0;
-        int32_t q = 0;
-        kelptest::SinkClear();
-        ASSERT_EQ(
-            c.stage->Convert(&c.in.bmi, image.data(), &c.out.bmi, &outData, &flags, &q, nullptr),
-            KX_OK);
-        const Lines timing = kelptest::Lines8(14);
-        ASSERT_EQ(timing.size(), 1u) << c.prefix;
-        EXPECT_EQ(timing[0].rfind(c.prefix, 0), 0u) << timing[0];
-        EXPECT_EQ(timing[0].substr(timing[0].size() - 4), L" ms\n") << timing[0];
     }
 }
 
