@@ -47,24 +47,19 @@ void Matrix601To709_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n
 // last pixel (y + 3c) >> 2, where c is the last pixel's luma as the pair loop leaves it.
 // A line of one pair has no pair loop: c is what an earlier line left, 0 at first.
 template <int PS>
-void BgrToYuv422_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int32_t* carry,
-                   int filterLuma) {
-    const int32_t m = n & ~1;
-    if (m == 0) return;
+void BgrToYuv422Range_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t m, int32_t k0,
+                        int32_t k1, int32_t carry, int filterLuma) {
     const int32_t* t = v.rgbYcc;
     const uint8_t* LY = v.limitY;
     const uint8_t* LC = v.limitC;
-    Sums cur = RawSums(t, src[0], src[1], src[2]);
-    Sums prev = cur;
-    if (m >= 4)
-        *carry =
-            RawSums(t, src[(m - 1) * PS], src[(m - 1) * PS + 1], src[(m - 1) * PS + 2]).y >> 16;
-    for (int32_t k = 0; k < m; ++k) {
-        Sums next = cur;
-        if (k + 1 < m) {
-            const uint8_t* s = src + (k + 1) * PS;
-            next = RawSums(t, s[0], s[1], s[2]);
-        }
+    auto sums = [&](int32_t k) {
+        const uint8_t* s = src + k * PS;
+        return RawSums(t, s[0], s[1], s[2]);
+    };
+    Sums cur = sums(k0);
+    Sums prev = k0 > 0 ? sums(k0 - 1) : cur;
+    for (int32_t k = k0; k < k1; ++k) {
+        const Sums next = k + 1 < m ? sums(k + 1) : cur;
         const int32_t y = cur.y >> 16, cb = cur.u >> 16, cr = cur.v >> 16;
         uint8_t* d = dst + k * PS;
         int32_t outY;
@@ -73,7 +68,7 @@ void BgrToYuv422_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, i
         else if (k == 0)
             outY = (3 * y + (next.y >> 16)) >> 2;
         else if (k == m - 1)
-            outY = (y + 3 * *carry) >> 2;
+            outY = (y + 3 * carry) >> 2;
         else
             outY = ((next.y >> 16) + 2 * y + (prev.y >> 16)) >> 2;
         int32_t outU, outV;
@@ -94,6 +89,23 @@ void BgrToYuv422_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, i
         cur = next;
     }
 }
+
+template <int PS>
+void BgrToYuv422_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int32_t* carry,
+                   int filterLuma) {
+    const int32_t m = n & ~1;
+    if (m == 0) return;
+    if (m >= 4) {
+        const uint8_t* s = src + (m - 1) * PS;
+        *carry = RawSums(v.rgbYcc, s[0], s[1], s[2]).y >> 16;
+    }
+    BgrToYuv422Range_C<PS>(v, src, dst, m, 0, m, *carry, filterLuma);
+}
+
+template void BgrToYuv422Range_C<3>(const View&, const uint8_t*, uint8_t*, int32_t, int32_t,
+                                    int32_t, int32_t, int);
+template void BgrToYuv422Range_C<4>(const View&, const uint8_t*, uint8_t*, int32_t, int32_t,
+                                    int32_t, int32_t, int);
 
 void Yuv422ToBgrAny(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int ps) {
     const int32_t pairs = n / 2;

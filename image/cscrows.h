@@ -67,6 +67,10 @@ template <int PS> void Matrix601To709_C(const View& v, const uint8_t* src, uint8
 template <int PS>
 void BgrToYuv422_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int32_t* carry,
                    int filterLuma);
+// Pixels k0..k1-1 of a line of m pixels (m even), with the carried luma of the line.
+template <int PS>
+void BgrToYuv422Range_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t m, int32_t k0,
+                        int32_t k1, int32_t carry, int filterLuma);
 template <int PS> void Yuv422ToBgr_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n);
 template <int PS> void UyvyToBgr_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n);
 template <int PS> void UyvkToBgr_C(const View& v, const uint8_t* src, uint8_t* dst, int32_t n);

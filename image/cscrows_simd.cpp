@@ -1,4 +1,26 @@
-// Vector forms of the colour conversion rows (see cscrows.h).
+// Vector forms of the colour conversion rows (see cscrows.h), bit-identical to the plain
+// loops of cscrows.cpp.
+//
+// One pixel is one 32-bit lane, its bytes in memory order from the low end. 3-byte
+// pixels are widened on load: block j (16 bytes) of the vector takes source bytes
+// 12j..12j+15 through a lane permutation, then a byte shuffle spreads them to 4 lanes.
+// On store they are packed back; the lanes past the 3K packed bytes are filled with the
+// destination's own bytes as loaded before the store, so a full-vector store writes back
+// what was there (which keeps work in place correct), and the slack keeps that store
+// inside the run.
+//
+// Why the arithmetic is the tables' own:
+// - Spaces 0 and 1: every entry of the RGB rows is c * i + b exactly, and of the inverse
+//   rows b + c * (i - 128) (luma: b + c * (i - 16), with the patch of space 0 at 0..15 and
+//   235..254, which the vector form applies by selection). The vector forms take b and c
+//   from the tables themselves. A coefficient above 32767 does not fit the 16-bit pairs
+//   of the multiply-add: it is taken as c - 65536 and the pixel value is added after the
+//   shift, since (s + x * 65536) >> 16 == (s >> 16) + x for arithmetic shifts.
+// - Space 2: the entries are looked up (gathered) from the tables.
+// - The limit tables are clamps whose entries at -256 and 511 are 0 and whose margins
+//   hold the bounds: min/max, then zero where the index is -256 or 511.
+// - Premultiply: ((t >> 8) + t) >> 8 with t = c * k + 128 gives 0 at k = 0 and c at
+//   k = 255 for every c, the two cases that the plain loop takes apart.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "image/cscrows_simd.cpp" // this file, from the source root
 #include <hwy/foreach_target.h>                     // IWYU pragma: keep
@@ -13,6 +35,465 @@ namespace cscrows {
 namespace HWY_NAMESPACE {
 #if KELP_SIMD_VECTOR_PASS
 
+namespace hn = hwy::HWY_NAMESPACE;
+using D32 = hn::ScalableTag<int32_t>;
+using DU32 = hn::ScalableTag<uint32_t>;
+using D16 = hn::Repartition<int16_t, D32>;
+using D8 = hn::Repartition<uint8_t, D32>;
+using V32 = hn::Vec<D32>;
+
+constexpr int32_t K = int32_t(hn::MaxLanes(D32())); // pixels a vector: 4, 8 or 16
+constexpr int32_t kSlack3 = (K + 2) / 3;            // pixels under the extra K bytes
+
+// Block j of the widened vector takes 32-bit lanes 3j..3j+3 of the loaded bytes.
+alignas(64) constexpr int32_t kSpread[16] = {0, 1, 2, 3, 3, 4, 5, 6, 6, 7, 8, 9, 9, 10, 11, 12};
+// And back: lane m of the packed vector is lane m % 3 of block m / 3 (the lanes past
+// 3K / 4 are replaced; their indices only stay in range).
+alignas(64) constexpr int32_t kGather[16] = {0,  1,  2,  4,  5,  6,  8,  9,
+                                             10, 12, 13, 14, 15, 15, 15, 15};
+alignas(32) constexpr int32_t kGather8[8] = {0, 1, 2, 4, 5, 6, 7, 7};
+alignas(16) constexpr uint8_t kExpand[16] = {0, 1, 2, 0x80, 3, 4,  5,  0x80,
+                                             6, 7, 8, 0x80, 9, 10, 11, 0x80};
+alignas(16) constexpr uint8_t kPack[16] = {0,  1,  2,  4,  5,    6,    8,    9,
+                                           10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
+
+template <int PS> HWY_INLINE V32 LoadPixels(const uint8_t* p) {
+    const D32 d;
+    const D8 d8;
+    V32 v = hn::BitCast(d, hn::LoadU(d8, p));
+    if (PS == 4) return v;
+    if (K > 4) v = hn::TableLookupLanes(v, hn::SetTableIndices(d, kSpread));
+    return hn::BitCast(d, hn::TableLookupBytesOr0(hn::BitCast(d8, v), hn::LoadDup128(d8, kExpand)));
+}
+
+// Stores K pixels (bytes 0..PS-1 of each lane); `old` is what the destination held.
+template <int PS> HWY_INLINE void StorePixels(uint8_t* p, V32 px, V32 old) {
+    const D32 d;
+    const D8 d8;
+    if (PS == 4) {
+        hn::StoreU(hn::BitCast(d8, px), d8, p);
+        return;
+    }
+    V32 packed =
+        hn::BitCast(d, hn::TableLookupBytesOr0(hn::BitCast(d8, px), hn::LoadDup128(d8, kPack)));
+    if (K > 4)
+        packed = hn::TableLookupLanes(packed, hn::SetTableIndices(d, K == 8 ? kGather8 : kGather));
+    packed = hn::IfThenElse(hn::FirstN(d, size_t(3 * K / 4)), packed, old);
+    hn::StoreU(hn::BitCast(d8, packed), d8, p);
+}
+
+HWY_INLINE V32 Byte(V32 px, int shift) {
+    const D32 d;
+    return hn::And(hn::BitCast(d, hn::ShiftRightSame(hn::BitCast(DU32(), px), shift)),
+                   hn::Set(d, 0xFF));
+}
+
+// A limit table as arithmetic: the clamp, and 0 at -256 and 511.
+HWY_INLINE V32 Limit(V32 v, V32 lo, V32 hi) {
+    const D32 d;
+    const V32 c = hn::Min(hn::Max(v, lo), hi);
+    const auto ends = hn::Or(hn::Eq(v, hn::Set(d, -256)), hn::Eq(v, hn::Set(d, 511)));
+    return hn::IfThenZeroElse(ends, c);
+}
+
+HWY_INLINE V32 Pack3(V32 b, V32 g, V32 r) {
+    return hn::Or(hn::Or(b, hn::ShiftLeft<8>(g)), hn::ShiftLeft<16>(r));
+}
+
+// ---- BGR to YCbCr
+
+// The linear form of one output: S = cB * B + cR * R + cG * G + off, and the channels
+// whose coefficient was folded by 65536 (added after the shift).
+struct Linear {
+    int32_t pairLo; // 16-bit cB | 16-bit cR << 16
+    int32_t pairHi; // 16-bit cG
+    int32_t off;
+    int addB, addG, addR;
+};
+
+Linear LinearOf(const int32_t* rows) {
+    const int32_t* tr = rows;
+    const int32_t* tg = rows + 256;
+    const int32_t* tb = rows + 512;
+    int32_t c[3] = {tb[1] - tb[0], tg[1] - tg[0], tr[1] - tr[0]};
+    int add[3] = {0, 0, 0};
+    for (int k = 0; k < 3; ++k)
+        if (c[k] > 32767) {
+            c[k] -= 65536;
+            add[k] = 1;
+        }
+    Linear l;
+    l.pairLo = int32_t(uint32_t(uint16_t(c[0])) | uint32_t(uint16_t(c[2])) << 16);
+    l.pairHi = int32_t(uint16_t(c[1]));
+    l.off = tr[0] + tg[0] + tb[0];
+    l.addB = add[0], l.addG = add[1], l.addR = add[2];
+    return l;
+}
+
+// (S >> Shift) of the sum, the folded channels added as x << (16 - Shift).
+template <int Shift = 16>
+HWY_INLINE V32 LinearSum(const Linear& l, V32 lo, V32 hi, V32 b, V32 g, V32 r) {
+    const D32 d;
+    const D16 d16;
+    V32 unused = hn::Zero(d);
+    V32 s = hn::ReorderWidenMulAccumulate(
+        d, hn::BitCast(d16, lo), hn::BitCast(d16, hn::Set(d, l.pairLo)), hn::Set(d, l.off), unused);
+    s = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, hi),
+                                      hn::BitCast(d16, hn::Set(d, l.pairHi)), s, unused);
+    s = hn::ShiftRight<Shift>(s);
+    if (l.addB) s = hn::Add(s, hn::ShiftLeft<16 - Shift>(b));
+    if (l.addG) s = hn::Add(s, hn::ShiftLeft<16 - Shift>(g));
+    if (l.addR) s = hn::Add(s, hn::ShiftLeft<16 - Shift>(r));
+    return s;
+}
+
+template <int PS> void BgrToYuv444(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const D32 d;
+    const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
+    const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
+    const V32 mask8 = hn::Set(d, 0x00FF00FF);
+    const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
+    if (v.space != 2) {
+        const Linear ly = LinearOf(v.rgbYcc), lu = LinearOf(v.rgbYcc + 768),
+                     lv = LinearOf(v.rgbYcc + 1536);
+        for (int32_t i = 0; i < n; i += K) {
+            const V32 px = LoadPixels<PS>(src + PS * i);
+            const V32 lo = hn::And(px, mask8);                    // B, R as 16-bit pairs
+            const V32 hi = hn::And(hn::ShiftRight<8>(px), mask8); // G, A
+            const V32 b = Byte(px, 0), g = Byte(px, 8), r = Byte(px, 16);
+            const V32 y = Limit(LinearSum(ly, lo, hi, b, g, r), loY, hiY);
+            const V32 u = Limit(LinearSum(lu, lo, hi, b, g, r), loC, hiC);
+            const V32 w = Limit(LinearSum(lv, lo, hi, b, g, r), loC, hiC);
+            V32 out = Pack3(y, u, w);
+            if (PS == 4) out = hn::Or(out, hn::And(px, alphaMask));
+            StorePixels<PS>(dst + PS * i, out,
+                            PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+        }
+        return;
+    }
+    const int32_t* t = v.rgbYcc;
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<PS>(src + PS * i);
+        const V32 b = Byte(px, 0), g = Byte(px, 8), r = Byte(px, 16);
+        const V32 sy = hn::Add(hn::Add(hn::GatherIndex(d, t, r), hn::GatherIndex(d, t + 256, g)),
+                               hn::GatherIndex(d, t + 512, b));
+        const V32 su =
+            hn::Add(hn::Add(hn::GatherIndex(d, t + 768, r), hn::GatherIndex(d, t + 1024, g)),
+                    hn::GatherIndex(d, t + 1280, b));
+        const V32 sv =
+            hn::Add(hn::Add(hn::GatherIndex(d, t + 1536, r), hn::GatherIndex(d, t + 1792, g)),
+                    hn::GatherIndex(d, t + 2048, b));
+        const V32 y = Limit(hn::ShiftRight<16>(sy), loY, hiY);
+        const V32 u = Limit(hn::ShiftRight<16>(su), loC, hiC);
+        const V32 w = Limit(hn::ShiftRight<16>(sv), loC, hiC);
+        V32 out = Pack3(y, u, w);
+        if (PS == 4) out = hn::Or(out, hn::And(px, alphaMask));
+        StorePixels<PS>(dst + PS * i, out,
+                        PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+    }
+}
+
+// ---- YCbCr to BGR
+
+// The five inverse columns of a space, as base + coefficient * (index - centre).
+struct InverseLinear {
+    int32_t yBase, yMul, yLow, yHigh; // luma: yBase + yMul * (Y - 16); patch values
+    int patched;
+    int32_t bBase, bMul, rBase, rMul, gvBase, gvMul, guBase, guMul;
+};
+
+InverseLinear InverseOf(const View& v) {
+    InverseLinear l;
+    l.yBase = v.yY[16];
+    l.yMul = v.yY[17] - v.yY[16];
+    l.yLow = v.yY[0];
+    l.yHigh = v.yY[235];
+    l.patched = v.space == 0;
+    l.bBase = v.cbB[128], l.bMul = v.cbB[129] - v.cbB[128];
+    l.rBase = v.crR[128], l.rMul = v.crR[129] - v.crR[128];
+    l.gvBase = v.crG[128], l.gvMul = v.crG[129] - v.crG[128];
+    l.guBase = v.cbG[128], l.guMul = v.cbG[129] - v.cbG[128];
+    return l;
+}
+
+// B | G << 8 | R << 16 of K pixels of Y, U, V (each 0..255).
+struct Inverse {
+    const View& v;
+    InverseLinear l;
+    explicit Inverse(const View& view) : v(view), l(InverseOf(view)) {}
+
+    HWY_INLINE V32 operator()(V32 y, V32 u, V32 w) const {
+        const D32 d;
+        V32 yy, cb, cr, cg;
+        if (v.space == 2) {
+            yy = hn::GatherIndex(d, v.yY, y);
+            cb = hn::GatherIndex(d, v.cbB, u);
+            cr = hn::GatherIndex(d, v.crR, w);
+            cg = hn::Add(hn::GatherIndex(d, v.crG, w), hn::GatherIndex(d, v.cbG, u));
+        } else {
+            yy = hn::Add(hn::Set(d, l.yBase),
+                         hn::Mul(hn::Set(d, l.yMul), hn::Sub(y, hn::Set(d, 16))));
+            if (l.patched) {
+                yy = hn::IfThenElse(hn::Lt(y, hn::Set(d, 16)), hn::Set(d, l.yLow), yy);
+                const auto top = hn::And(hn::Gt(y, hn::Set(d, 234)), hn::Lt(y, hn::Set(d, 255)));
+                yy = hn::IfThenElse(top, hn::Set(d, l.yHigh), yy);
+            }
+            const V32 uc = hn::Sub(u, hn::Set(d, 128)), vc = hn::Sub(w, hn::Set(d, 128));
+            cb = hn::Add(hn::Set(d, l.bBase), hn::Mul(hn::Set(d, l.bMul), uc));
+            cr = hn::Add(hn::Set(d, l.rBase), hn::Mul(hn::Set(d, l.rMul), vc));
+            cg = hn::Add(hn::Add(hn::Set(d, l.gvBase), hn::Mul(hn::Set(d, l.gvMul), vc)),
+                         hn::Add(hn::Set(d, l.guBase), hn::Mul(hn::Set(d, l.guMul), uc)));
+        }
+        const V32 lo = hn::Zero(d), hi = hn::Set(d, 255);
+        const V32 b = Limit(hn::ShiftRight<16>(hn::Add(cb, yy)), lo, hi);
+        const V32 g = Limit(hn::ShiftRight<16>(hn::Add(cg, yy)), lo, hi);
+        const V32 r = Limit(hn::ShiftRight<16>(hn::Add(cr, yy)), lo, hi);
+        return Pack3(b, g, r);
+    }
+};
+
+template <int PS> void Yuv444ToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const D32 d;
+    const Inverse inv(v);
+    const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<PS>(src + PS * i);
+        V32 out = inv(Byte(px, 0), Byte(px, 8), Byte(px, 16));
+        if (PS == 4) out = hn::Or(out, hn::And(px, alphaMask));
+        StorePixels<PS>(dst + PS * i, out,
+                        PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+    }
+}
+
+template <int PS> void Matrix601To709(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const D32 d;
+    const int32_t(*m)[3] = v.matrix;
+    const V32 lo = hn::Zero(d), hi = hn::Set(d, 255);
+    const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
+    const int32_t off[3] = {0x108000, 0x808000, 0x808000};
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<PS>(src + PS * i);
+        const V32 y = hn::Sub(Byte(px, 0), hn::Set(d, 16));
+        const V32 u = hn::Sub(Byte(px, 8), hn::Set(d, 128));
+        const V32 w = hn::Sub(Byte(px, 16), hn::Set(d, 128));
+        V32 c[3];
+        for (int k = 0; k < 3; ++k) {
+            const V32 s =
+                hn::Add(hn::Add(hn::Mul(hn::Set(d, m[k][2]), w), hn::Mul(hn::Set(d, m[k][1]), u)),
+                        hn::Add(hn::Mul(hn::Set(d, m[k][0]), y), hn::Set(d, off[k])));
+            c[k] = Limit(hn::ShiftRight<16>(s), lo, hi);
+        }
+        V32 out = Pack3(c[0], c[1], c[2]);
+        if (PS == 4) out = hn::Or(out, hn::And(px, alphaMask));
+        StorePixels<PS>(dst + PS * i, out,
+                        PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+    }
+}
+
+// What the destination holds, for the bytes a conversion must leave.
+template <int PS> HWY_INLINE V32 Old(const uint8_t* p) {
+    return hn::BitCast(D32(), hn::LoadU(D8(), p));
+}
+
+// Writes B, G, R and keeps the destination's fourth byte.
+template <int PS> HWY_INLINE void StoreBgr(uint8_t* p, V32 bgr) {
+    const D32 d;
+    const V32 old = Old<PS>(p);
+    if (PS == 4) bgr = hn::Or(bgr, hn::And(old, hn::Set(d, int32_t(0xFF000000u))));
+    StorePixels<PS>(p, bgr, old);
+}
+
+template <int PS> void UyvkToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const Inverse inv(v);
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<4>(src + 4 * i);
+        StoreBgr<PS>(dst + PS * i, inv(Byte(px, 8), Byte(px, 0), Byte(px, 16)));
+    }
+}
+
+template <int PS> void YuvkToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const Inverse inv(v);
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<4>(src + 4 * i);
+        StoreBgr<PS>(dst + PS * i, inv(Byte(px, 0), Byte(px, 8), Byte(px, 16)));
+    }
+}
+
+template <int PS>
+void YuvkToBgrPremultiplied(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const D32 d;
+    const Inverse inv(v);
+    const V32 half = hn::Set(d, 128);
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<4>(src + 4 * i);
+        const V32 bgr = inv(Byte(px, 0), Byte(px, 8), Byte(px, 16));
+        const V32 k = Byte(px, 24);
+        V32 c[3];
+        for (int j = 0; j < 3; ++j) {
+            const V32 t = hn::Add(hn::Mul(Byte(bgr, 8 * j), k), half);
+            c[j] = hn::ShiftRight<8>(hn::Add(hn::ShiftRight<8>(t), t));
+        }
+        StoreBgr<PS>(dst + PS * i, Pack3(c[0], c[1], c[2]));
+    }
+}
+
+// Two pixels a source group U, Y0, V, Y1: each group is doubled into two lanes, the
+// even lane taking Y0 and the odd lane Y1.
+template <int PS> void UyvyToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const DU32 du;
+    const hn::Half<DU32> dh;
+    const hn::Repartition<uint64_t, DU32> d64;
+    const Inverse inv(v);
+    alignas(64) constexpr uint32_t kShift[16] = {8, 24, 8, 24, 8, 24, 8, 24,
+                                                 8, 24, 8, 24, 8, 24, 8, 24};
+    const auto shifts = hn::LoadU(du, kShift);
+    for (int32_t i = 0; i < n; i += K) {
+        const auto groups = hn::LoadU(dh, reinterpret_cast<const uint32_t*>(src + 2 * i));
+        const auto wide = hn::PromoteTo(d64, groups);
+        const auto twice = hn::BitCast(du, hn::Or(wide, hn::ShiftLeft<32>(wide)));
+        const V32 g = hn::BitCast(D32(), twice);
+        const V32 y = hn::BitCast(D32(), hn::And(hn::Shr(twice, shifts), hn::Set(du, 0xFFu)));
+        StoreBgr<PS>(dst + PS * i, inv(y, Byte(g, 0), Byte(g, 16)));
+    }
+}
+
+// ---- Meshed 4:2:2
+
+// Luma, Cb and Cr of K pixels, each shifted by 16, and the chroma sums shifted by 15.
+struct Sums422 {
+    V32 y, cb, cr, su15, sv15;
+};
+
+struct Forward {
+    const View& v;
+    Linear ly, lu, lv;
+    explicit Forward(const View& view)
+        : v(view), ly(LinearOf(view.rgbYcc)), lu(LinearOf(view.rgbYcc + 768)),
+          lv(LinearOf(view.rgbYcc + 1536)) {}
+
+    HWY_INLINE Sums422 operator()(V32 px) const {
+        const D32 d;
+        const V32 b = Byte(px, 0), g = Byte(px, 8), r = Byte(px, 16);
+        Sums422 s;
+        if (v.space != 2) {
+            const V32 mask8 = hn::Set(d, 0x00FF00FF);
+            const V32 lo = hn::And(px, mask8);
+            const V32 hi = hn::And(hn::ShiftRight<8>(px), mask8);
+            s.y = LinearSum(ly, lo, hi, b, g, r);
+            s.su15 = LinearSum<15>(lu, lo, hi, b, g, r);
+            s.sv15 = LinearSum<15>(lv, lo, hi, b, g, r);
+        } else {
+            const int32_t* t = v.rgbYcc;
+            s.y = hn::ShiftRight<16>(
+                hn::Add(hn::Add(hn::GatherIndex(d, t, r), hn::GatherIndex(d, t + 256, g)),
+                        hn::GatherIndex(d, t + 512, b)));
+            s.su15 = hn::ShiftRight<15>(
+                hn::Add(hn::Add(hn::GatherIndex(d, t + 768, r), hn::GatherIndex(d, t + 1024, g)),
+                        hn::GatherIndex(d, t + 1280, b)));
+            s.sv15 = hn::ShiftRight<15>(
+                hn::Add(hn::Add(hn::GatherIndex(d, t + 1536, r), hn::GatherIndex(d, t + 1792, g)),
+                        hn::GatherIndex(d, t + 2048, b)));
+        }
+        s.cb = hn::ShiftRight<1>(s.su15);
+        s.cr = hn::ShiftRight<1>(s.sv15);
+        return s;
+    }
+};
+
+HWY_INLINE hn::Mask<D32> OddLanes() {
+    const D32 d;
+    return hn::Eq(hn::And(hn::Iota(d, 0), hn::Set(d, 1)), hn::Set(d, 1));
+}
+
+// Pixels k .. k + n - 1 of a line, k even and none of them the first or the last pixel
+// of the line: the neighbours k - 1 and k + n are read.
+template <int PS>
+void BgrToYuv422Inner(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int filterLuma) {
+    const D32 d;
+    const Forward fwd(v);
+    const auto odd = OddLanes();
+    const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
+    const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
+    for (int32_t i = 0; i < n; i += K) {
+        const uint8_t* s = src + PS * i;
+        const Sums422 c = fwd(LoadPixels<PS>(s));
+        const Sums422 p = fwd(LoadPixels<PS>(s - PS));
+        const Sums422 x = fwd(LoadPixels<PS>(s + PS));
+        V32 y = c.y;
+        if (filterLuma) y = hn::ShiftRight<2>(hn::Add(hn::Add(x.y, hn::ShiftLeft<1>(c.y)), p.y));
+        const V32 u =
+            hn::IfThenElse(odd, c.cb, hn::ShiftRight<2>(hn::Add(hn::Add(c.su15, x.cb), p.cb)));
+        const V32 w =
+            hn::IfThenElse(odd, c.cr, hn::ShiftRight<2>(hn::Add(hn::Add(c.sv15, x.cr), p.cr)));
+        StoreBgr<PS>(dst + PS * i,
+                     Pack3(Limit(y, loY, hiY), Limit(u, loC, hiC), Limit(w, loC, hiC)));
+    }
+}
+
+template <int PS>
+void BgrToYuv422(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int32_t* carry,
+                 int filterLuma) {
+    const int32_t m = n & ~1;
+    if (m == 0) return;
+    if (m >= 4) {
+        const uint8_t* s = src + (m - 1) * PS;
+        *carry = RawSums(v.rgbYcc, s[0], s[1], s[2]).y >> 16;
+    }
+    // Pixels 0 and 1, the whole vectors from 2 on that leave the last pixel (and the
+    // bytes a 3-byte load reads past its pixels) to the plain loop, and the rest.
+    const int32_t inner = simd::VectorPart(m - 2, K, PS == 3 ? 1 + kSlack3 : 1);
+    BgrToYuv422Range_C<PS>(v, src, dst, m, 0, 2, *carry, filterLuma);
+    if (inner > 0) BgrToYuv422Inner<PS>(v, src + 2 * PS, dst + 2 * PS, inner, filterLuma);
+    BgrToYuv422Range_C<PS>(v, src, dst, m, 2 + inner, m, *carry, filterLuma);
+}
+
+// Odd pixels take the mean chroma of their even neighbours: lane i - 1 of this vector
+// and of the vector two pixels on (adjacent lanes swapped within their pairs). The
+// whole vectors leave the last pair to the plain loop.
+template <int PS> void Yuv422ToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const Inverse inv(v);
+    const auto odd = OddLanes();
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 c = LoadPixels<PS>(src + PS * i);
+        const V32 x = LoadPixels<PS>(src + PS * (i + 2));
+        const V32 u = Byte(c, 8), w = Byte(c, 16);
+        const V32 u2 = hn::ShiftRight<1>(hn::Add(hn::Shuffle2301(u), hn::Shuffle2301(Byte(x, 8))));
+        const V32 w2 = hn::ShiftRight<1>(hn::Add(hn::Shuffle2301(w), hn::Shuffle2301(Byte(x, 16))));
+        StoreBgr<PS>(dst + PS * i,
+                     inv(Byte(c, 0), hn::IfThenElse(odd, u2, u), hn::IfThenElse(odd, w2, w)));
+    }
+}
+
+// ---- Tails: the vector form over whole vectors, the plain loop over the rest.
+
+template <RowFn Vec, RowFn Plain, int SrcBytes, int DstBytes, int Slack>
+void Run(const View& v, const uint8_t* src, uint8_t* dst, int32_t pixels) {
+    simd::SplitRun(
+        pixels, K, Slack, [&](int32_t n) HWY_ATTR { Vec(v, src, dst, n); },
+        [&](int32_t n, int32_t rest) {
+            Plain(v, src + size_t(n) * SrcBytes / 2, dst + size_t(n) * DstBytes, rest);
+        });
+}
+
+// Source bytes per pixel are given doubled, for the 2 of UYVY's half groups.
+constexpr Kernels kKernels = {
+    KELP_SIMD_THIS_TARGET_NAME,
+    {Run<BgrToYuv444<3>, BgrToYuv444_C<3>, 6, 3, kSlack3>,
+     Run<BgrToYuv444<4>, BgrToYuv444_C<4>, 8, 4, 0>},
+    {Run<Yuv444ToBgr<3>, Yuv444ToBgr_C<3>, 6, 3, kSlack3>,
+     Run<Yuv444ToBgr<4>, Yuv444ToBgr_C<4>, 8, 4, 0>},
+    {Run<Matrix601To709<3>, Matrix601To709_C<3>, 6, 3, kSlack3>,
+     Run<Matrix601To709<4>, Matrix601To709_C<4>, 8, 4, 0>},
+    {BgrToYuv422<3>, BgrToYuv422<4>},
+    {Run<Yuv422ToBgr<3>, Yuv422ToBgr_C<3>, 6, 3, 2 + kSlack3>,
+     Run<Yuv422ToBgr<4>, Yuv422ToBgr_C<4>, 8, 4, 2>},
+    {Run<UyvyToBgr<3>, UyvyToBgr_C<3>, 4, 3, kSlack3>, Run<UyvyToBgr<4>, UyvyToBgr_C<4>, 4, 4, 0>},
+    {Run<UyvkToBgr<3>, UyvkToBgr_C<3>, 8, 3, kSlack3>, Run<UyvkToBgr<4>, UyvkToBgr_C<4>, 8, 4, 0>},
+    {Run<YuvkToBgr<3>, YuvkToBgr_C<3>, 8, 3, kSlack3>, Run<YuvkToBgr<4>, YuvkToBgr_C<4>, 8, 4, 0>},
+    {Run<YuvkToBgrPremultiplied<3>, YuvkToBgrPremultiplied_C<3>, 8, 3, kSlack3>,
+     Run<YuvkToBgrPremultiplied<4>, YuvkToBgrPremultiplied_C<4>, 8, 4, 0>},
+};
+
 #endif // KELP_SIMD_VECTOR_PASS
 } // namespace HWY_NAMESPACE
 } // namespace cscrows
@@ -23,8 +504,8 @@ HWY_AFTER_NAMESPACE();
 namespace kelp {
 namespace cscrows {
 const Kernels* VectorKernels(int target) {
-    (void)target;
-    return nullptr;
+    static const Kernels* const kByTarget[kSimdTargetCount] = KELP_SIMD_TABLE(kKernels);
+    return target > kSimdPlain && target < kSimdTargetCount ? kByTarget[target] : nullptr;
 }
 } // namespace cscrows
 } // namespace kelp

@@ -141,8 +141,9 @@ public:
     // 2, 1 of a pixel, non-zero at bytes 0, 1, 2.
     int YUV444MeshedToYUV422Planar(const uint8_t* src, uint8_t* dst, int width, int height,
                                    uint32_t pixelSize, uint32_t pitch, int byteOrder);
-    // U, Y0, V, Y1 for two pixels; the source lines are width * 2 bytes without gap.
-    // Pixel size and pitch are the destination's.
+    // U, Y0, V, Y1 for two pixels; the source lines are width * 2 bytes without gap, and
+    // an odd width reads its last group whole (2 bytes past the line) but writes only
+    // `width` pixels. Pixel size and pitch are the destination's.
     int UYVYToBGR(const uint8_t* src, uint8_t* dst, int width, int height, uint32_t pixelSize,
                   uint32_t pitch);
     // U, Y, V, K per pixel (K ignored). A pitch of 0 means lines without gap.
