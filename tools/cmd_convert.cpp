@@ -20,6 +20,7 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "convert_yuv.h"
 #include "imagetool.h"
 
 namespace {
@@ -76,6 +77,7 @@ struct ConvertArgs {
     std::string in, out;
     uint32_t depth = 0, quality = 100;
     std::string alphaName, size;
+    kelptool::YuvOptions yuv;
 };
 
 int RunConvert(const ConvertArgs& args) {
@@ -96,6 +98,8 @@ int RunConvert(const ConvertArgs& args) {
         ext != "png")
         return Fail("cannot write " + out +
                     ": the library writes .bmp, .tif, .tga, .jpg, .bsi and .png");
+    const std::string yuvProblem = kelptool::CheckYuvOptions(args.yuv, ext);
+    if (!yuvProblem.empty()) return Fail(yuvProblem);
     std::wstring win, wtemp;
     if (!imagetool::Wide(in, &win)) return Fail(in + ": the name is not UTF-8");
 
@@ -117,6 +121,7 @@ int RunConvert(const ConvertArgs& args) {
     KXBMINFOHEADERYUV desc = {};
     std::memcpy(&desc, info, std::min<size_t>(info->biSize, sizeof desc));
     desc.bmi.biSize = KXBMI_SIZE;
+    if (info->biCompression == KXBI_YUV) desc.bmi.biSize = KXBMI_SIZE_YUV; // with its extension
     const int32_t inW = info->biWidth, inH = info->biHeight;
     allocator.Free(info);
 
@@ -133,6 +138,12 @@ int RunConvert(const ConvertArgs& args) {
     }
     std::string why;
     if (alpha >= 0 && !ChangeAlpha(&desc, &pixels, uint32_t(alpha), &allocator, &why)) {
+        allocator.Free(pixels);
+        io->Release();
+        return Fail(in + ": " + why);
+    }
+
+    if (!kelptool::ApplyYuv(args.yuv, ext, &desc, &pixels, &allocator, &why)) {
         allocator.Free(pixels);
         io->Release();
         return Fail(in + ": " + why);
@@ -164,6 +175,7 @@ int RunConvert(const ConvertArgs& args) {
     std::printf("%s: %d x %d -> %s: %d x %d, %d bits", in.c_str(), inW, inH, out.c_str(),
                 desc.bmi.biWidth, desc.bmi.biHeight, written);
     if (written == 32) std::printf(", %s alpha", imagetool::AlphaName(desc.bmi.bmiAlpha));
+    std::printf("%s", kelptool::YuvSummary(&desc.bmi).c_str());
     std::printf("\n");
     return 0;
 }
@@ -207,4 +219,5 @@ void AddConvertCommand(CLI::App& app) {
                     "0 to 100, for .jpg: per cent, higher keeps more detail (default 100)")
         ->type_name("Q")
         ->check(kelptool::WholeNumber(0, 100));
+    kelptool::AddYuvOptions(*cmd, &args->yuv);
 }

@@ -9,6 +9,7 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "convert_yuv.h"
 #include "imagetool.h"
 
 namespace {
@@ -69,6 +70,7 @@ int RunInfo(const std::string& path) {
     std::printf("image bytes:  %u\n", desc->biSizeImage);
     if (desc->biCompression != KXBI_RGB)
         std::printf("compression:  %ls\n", kelp::DIBFormatName(desc));
+    if (desc->biCompression == KXBI_YUV) kelptool::PrintYuvInfo(desc);
     if (details.nResolution > 0)
         std::printf("resolution:   %d dpi\n", details.nResolution);
     else

@@ -44,6 +44,7 @@ const Command kCommands[] = {
      {"--generate", "--codec", "--bits", "--quality", "--dv50", "1 to 100", "24", "PSNR"}},
     {"info", {"FILE", "orientation"}},
     {"convert", {"IN", "OUT", "--depth", "--alpha", "--size", "--quality", "premultiplied"}},
+    {"convert", {"--yuv", "601", "709", "full", "--chroma-limit", "44..212"}},
     {"stretch", {"IN", "OUT", "--ratio", "--method", "--quality", "1.25", "wsola", "vocoder"}},
 };
 
@@ -126,6 +127,10 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
                                              "straight, opaque, premultiplied"},
         {"convert a.png b.bmp --size 0x10", "kelp convert: --size: 0x10 is not a size WxH "
                                             "with sides 1..1048576"},
+        {"convert a.png b.bsi --yuv 2020",
+         "kelp convert: --yuv: 2020 is not one of 601, 709, full"},
+        {"convert a.png b.bsi --yuv 709 --chroma-limit 50",
+         "kelp convert: --chroma-limit: 50 is not one of 100, 75"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args);
