@@ -20,4 +20,5 @@
 #include "kelpimg.h"
 #include "imageio.h"
 #include "stdfx.h"
+#include "stdfx2d.h"
 #include "timewarp.h"
