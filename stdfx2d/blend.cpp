@@ -3,6 +3,7 @@
 // chroma and its alpha for the chroma).
 #include "stdfx2d/blend.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "stdfx2d/fx2d.h"
@@ -122,8 +123,11 @@ void BlendImages(const KXBMINFOHEADER* target, void* targetBits, const KXBMINFOH
         // At full opacity alone the dissolve is a copy.
         if (!three && a == 255 && s.kind == t.kind && s.im.bytes == t.im.bytes &&
             s.im.depth == t.im.depth) {
-            std::memcpy(t.im.Row(row), s.im.Row(sr), size_t(W) * t.im.bytes);
-            if (t.im.alpha) std::memcpy(t.im.AlphaRow(row), s.im.AlphaRow(sr), size_t(W));
+            // Whole rows, the padding of a row included.
+            std::memcpy(t.im.Row(row), s.im.Row(sr), size_t(std::min(t.im.stride, s.im.stride)));
+            if (t.im.alpha)
+                std::memcpy(t.im.AlphaRow(row), s.im.AlphaRow(sr),
+                            size_t(std::min(t.im.alphaStride, s.im.alphaStride)));
             continue;
         }
         const int32_t br = b.RowOf(d);
