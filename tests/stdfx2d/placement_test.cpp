@@ -111,10 +111,11 @@ TEST(Fx2dTaps, EveryListSumsToOneUnitAndStaysInsideTheSource) {
                         sum += l.taps[k].weight;
                     }
                     const bool edge = (i == 0 && edgeL) || (i == fx.Span().Width() - 1 && edgeR);
-                    if (!edge)
+                    if (!edge) {
                         EXPECT_EQ(sum, full) << "column " << i;
-                    else
+                    } else {
                         EXPECT_LE(sum, full) << "column " << i;
+                    }
                 }
                 for (int32_t r = 0; r < fx.Span().Height(); ++r)
                     for (int32_t k = 0; k < fx.RowTaps()[r].count; ++k) {
@@ -220,10 +221,11 @@ TEST(Fx2dTaps, InterlacedSourceReadsOneFieldPerList) {
             sum += su.fx.RowTaps()[r].taps[k].weight;
         }
         // The first and last lists lose the part of their row that the image leaves uncovered.
-        if (r == 0 || r == su.fx.Span().Height() - 1)
+        if (r == 0 || r == su.fx.Span().Height() - 1) {
             EXPECT_LT(sum, 16384) << "list " << r;
-        else
+        } else {
             EXPECT_EQ(sum, 16384) << "list " << r;
+        }
     }
 }
 

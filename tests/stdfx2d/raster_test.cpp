@@ -78,7 +78,9 @@ TEST(Fx2dRaster, FlatPictureStaysFlatInsideAtAnyScale) {
                         ++checked;
                     }
                 }
-                if (sx >= 0.5 && sy >= 0.5) EXPECT_GT(checked, 0);
+                if (sx >= 0.5 && sy >= 0.5) {
+                    EXPECT_GT(checked, 0);
+                }
             }
 }
 
