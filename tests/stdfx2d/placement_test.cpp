@@ -248,3 +248,46 @@ TEST(Fx2dTaps, FirstFieldRowFollowsOrderHeightAndSwap) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(Fx2dLookups, NearestDoublingRepeatsEachSourcePixelTwice) {
+    Placed su(Fmt::kRGB, 5, 4, 10, 8, fx2dtest::Param(2, 2), 0);
+    ASSERT_EQ(su.fx.BuildLookups(), FX2D_OK);
+    ASSERT_EQ(su.fx.Span().Width(), 10);
+    for (int32_t i = 0; i < 10; ++i)
+        EXPECT_EQ(su.fx.ColumnLookup()[i], i / 2) << i;
+    for (int32_t r = 0; r < 8; ++r)
+        EXPECT_EQ(su.fx.RowLookup()[r], r / 2) << r;
+    su.fx.FreeLookups();
+}
+
+TEST(Fx2dLookups, EntriesStayInTheSourceAndInOneFieldWhenInterlaced) {
+    for (double sc : {0.07, 0.5, 1.3, 3.0, 8.0})
+        for (int field : {0, 1})
+            for (int32_t sh : {9, 10, -10}) {
+                Placed su(Fmt::kRGB, 7, sh, 40, 36, fx2dtest::Param(sc, sc, 0.11, -0.07), 0, field);
+                su.s.rec.bmi.bmiFrame = 0;
+                su.fx.SetUpForTest(su.t.Header(), su.t.Bits(), su.list, su.bits,
+                                   fx2dtest::Param(sc, sc, 0.11, -0.07), field);
+                if (su.fx.Span().IsEmpty()) continue;
+                ASSERT_EQ(su.fx.BuildLookups(), FX2D_OK);
+                const int32_t h = sh < 0 ? -sh : sh;
+                const bool first = sh < 0 ? field == 0 : (field == 0 ? (h & 1) != 0 : (h & 1) == 0);
+                const int32_t parity = first ? 0 : 1;
+                for (int32_t i = 0; i < su.fx.Span().Width(); ++i) {
+                    EXPECT_GE(su.fx.ColumnLookup()[i], 0);
+                    EXPECT_LT(su.fx.ColumnLookup()[i], 7);
+                }
+                for (int32_t r = 0; r < su.fx.Span().Height(); ++r) {
+                    const int32_t e = su.fx.RowLookup()[r];
+                    EXPECT_GE(e, 0);
+                    EXPECT_LT(e, h);
+                    EXPECT_EQ(e & 1, parity)
+                        << "scale " << sc << " field " << field << " height " << sh;
+                }
+                su.fx.FreeLookups();
+            }
+}
+
+} // namespace
