@@ -57,9 +57,10 @@ void BM_Fx2d(benchmark::State& state) {
     }
     const int mode = int(state.range(2));
     for (auto _ : state) {
-        const int r = effect ? stdfx2d::Fx2d(&dst.rec, dst.bits.data(), &src.rec, src.bits.data(), &bg.rec,
-                                             bg.bits.data(), p, -1, mode)
-                             : stdfx2d::Fx2d(&dst.rec, dst.bits.data(), &src.rec, src.bits.data(), p, -1, mode);
+        const int r = effect ? stdfx2d::Fx2d(&dst.rec, dst.bits.data(), &src.rec, src.bits.data(),
+                                             &bg.rec, bg.bits.data(), p, -1, mode)
+                             : stdfx2d::Fx2d(&dst.rec, dst.bits.data(), &src.rec, src.bits.data(),
+                                             p, -1, mode);
         benchmark::DoNotOptimize(r);
     }
     static const char* kModes[3] = {"nearest", "filter", "soft"};
