@@ -21,4 +21,5 @@
 #include "imageio.h"
 #include "kxcsc.h"
 #include "stdfx.h"
+#include "stdfx2d.h"
 #include "timewarp.h"
