@@ -84,8 +84,9 @@ TEST(ChainSearch, RegistryHoldsTheStagesInSearchOrder) {
         names.push_back(static_cast<CConverter*>(s)->GetName());
         EXPECT_EQ(s->GetVersion(), 0x10002u);
     }
-    EXPECT_EQ(names, (Lines{L"Scale32", L"nBit to 32bit", L"Deinterlacer32", L"AlphaConverter",
-                            L"RGBCrop", L"Scale24", L"nBit to 24bit", L"Deinterlacer24"}));
+    EXPECT_EQ(names, (Lines{L"Scale32", L"nBit to 32bit", L"RGB->YUV4444", L"YUV444->RGB32",
+                            L"Deinterlacer32", L"AlphaConverter", L"RGBCrop", L"CYUVConverterYU",
+                            L"Scale24", L"nBit to 24bit", L"YUV444->RGB24", L"Deinterlacer24"}));
 }
 
 TEST(ChainSearch, PalettedTo32BitsIsOneStage) {
