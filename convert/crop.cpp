@@ -51,8 +51,8 @@ KXRESULT CRGBCrop::Query(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t* flag
     return KX_OK;
 }
 
-KXRESULT CRGBCrop::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEADER* out,
-                           void** outData, uint32_t*, int32_t*, IAllocator* allocator) {
+KXRESULT CRGBCrop::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEADER* out, void** outData,
+                           uint32_t*, int32_t*, IAllocator* allocator) {
     const uint32_t start = os::GetTickCount();
     if (!in || !out || !outData) return KXE_INVALID;
     // Rows of the output's width, as many as the input has lines; the source advances by

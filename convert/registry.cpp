@@ -31,7 +31,7 @@ template <class T> IConverter* MakeStage() {
 // tie-break: 32-bit stages stand before their 24-bit twins, so that of two chains equal
 // in length and cost the 32-bit one wins.
 const StageFactory kBuiltinStages[] = {
-    MakeStage<CRGBScale32>,              // "Scale32"
+    MakeStage<CRGBScale32>,           // "Scale32"
     MakeStage<CRGBConverterRGB32>, // "nBit to 32bit"
     MakeStage<CRGBConverterYUV4444>,  // "RGB->YUV4444"
     MakeStage<CYUV444ConverterRGB32>, // "YUV444->RGB32"

@@ -28,8 +28,8 @@ int64_t Abs64(int64_t v) {
 
 // The intermediate size of a 24-bit picture on its way to `out`: its own size in the
 // output's pixel ratio, then fitted to the output as the flags ask.
-void IntermediateSize(const KXBMINFOHEADER* in, const KXBMINFOHEADER* out, uint32_t flags,
-                      bool fit, int64_t* w, int64_t* h) {
+void IntermediateSize(const KXBMINFOHEADER* in, const KXBMINFOHEADER* out, uint32_t flags, bool fit,
+                      int64_t* w, int64_t* h) {
     const int64_t rxIn = DIBRatioX(in), ryIn = DIBRatioY(in);
     const int64_t rxOut = DIBRatioX(out), ryOut = DIBRatioY(out);
     int64_t wi = (int64_t(in->biWidth) * rxIn + (rxOut >> 1)) / rxOut;
@@ -122,9 +122,8 @@ KXRESULT CRGBScale::Query(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t* fla
     return KX_OK;
 }
 
-KXRESULT CRGBScale::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEADER* out,
-                            void** outData, uint32_t* flags, int32_t* quality,
-                            IAllocator* allocator) {
+KXRESULT CRGBScale::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOHEADER* out, void** outData,
+                            uint32_t* flags, int32_t* quality, IAllocator* allocator) {
     KXRESULT r = Query(in, out, flags, quality);
     if (KX_FAILED(r)) return r;
     uint32_t localFlags = 0;

@@ -152,8 +152,8 @@ int CenterFx2D(const KXBMINFOHEADER* in, const void* inData, const KXBMINFOHEADE
         const int64_t lines = int64_t(inH * ys + 0.5) - int64_t(outH);
         if (lines % 2 != 0 && outH > 0) param.offsetY = -0.5 / outH;
         const int mode = (flags & (KXCONV_RATIO_FAST | KXCONV_FIT_GOOD)) ? 0
-                         : (flags & KXCONV_FILTER_B)                   ? 2
-                                                                       : 1;
+                         : (flags & KXCONV_FILTER_B)                     ? 2
+                                                                         : 1;
         KXBMINFOHEADERYUV source, target;
         PrivateCopy(in, in, &source);
         PrivateCopy(out, in, &target);

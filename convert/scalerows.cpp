@@ -50,8 +50,8 @@ void BilinearRow_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const 
     }
 }
 
-void BlendRow_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, size_t bytes,
-                int32_t wNext, int32_t wCur) {
+void BlendRow_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, size_t bytes, int32_t wNext,
+                int32_t wCur) {
     const uint32_t wn = uint32_t(wNext), wc = uint32_t(wCur);
     for (size_t i = 0; i < bytes; ++i)
         dst[i] = uint8_t((uint32_t(next[i]) * wn + uint32_t(cur[i]) * wc) >> 11);

@@ -26,8 +26,8 @@ struct LineWeight {
 // (next pixel * next weight + this pixel * this weight) >> 11, byte by byte. `bpp` is 3
 // or 4. An entry whose next pixel would leave the row (a source of one pixel) must
 // carry the next weight 0; the kernel then reads this pixel twice.
-typedef void (*HorzRowFn)(const uint8_t* cur, uint8_t* dst, const LineWeight* cols,
-                          int32_t width, int bpp, size_t lastOffset);
+typedef void (*HorzRowFn)(const uint8_t* cur, uint8_t* dst, const LineWeight* cols, int32_t width,
+                          int bpp, size_t lastOffset);
 // Any other line: the first and last pixel are blended vertically only, the ones
 // between bilinearly: ((cur hC + cur' hN) wC + (next hC + next' hN) wN) >> 22, the prime
 // being the pixel one on.
@@ -61,8 +61,8 @@ void HorzRow_C(const uint8_t* cur, uint8_t* dst, const LineWeight* cols, int32_t
                size_t lastOffset);
 void BilinearRow_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const LineWeight* cols,
                    int32_t width, int bpp, size_t lastOffset, int32_t wNext, int32_t wCur);
-void BlendRow_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, size_t bytes,
-                int32_t wNext, int32_t wCur);
+void BlendRow_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, size_t bytes, int32_t wNext,
+                int32_t wCur);
 void PickRow_C(const uint8_t* src, uint8_t* dst, const int32_t* cols, int32_t width, int bpp);
 
 // The vector table of a target, or null where none was compiled (scalerows_simd.cpp).

@@ -31,8 +31,7 @@ inline int32_t ScaleCost(const KXBMINFOHEADER* in, const KXBMINFOHEADER* out) {
 // Whether the input buffer holds the rows of `in` (its biSizeImage is a claim: 0 means
 // "as the geometry says", anything else must cover the geometry) and the output's
 // declared size holds the rows of `out`. Traces the side that falls short.
-inline bool BuffersHold(const wchar_t* name, const KXBMINFOHEADER* in,
-                        const KXBMINFOHEADER* out) {
+inline bool BuffersHold(const wchar_t* name, const KXBMINFOHEADER* in, const KXBMINFOHEADER* out) {
     const uint64_t need = GeometryBytes(in);
     uint32_t bytes = 0;
     if (!ClaimedBytes(in, need, &bytes)) {

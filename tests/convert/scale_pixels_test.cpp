@@ -177,9 +177,9 @@ TEST(ScalePixels, ScaleGoodBlendsWithTruncatingElevenBitWeights) {
     };
     for (const Case& c : cases) {
         bool ok = false;
-        EXPECT_EQ(ScaleGrey(ScaleGood, c.inW, c.in, c.outW, c.outH, c.frame, c.deinterlace, c.swap,
-                            &ok),
-                  c.want)
+        EXPECT_EQ(
+            ScaleGrey(ScaleGood, c.inW, c.in, c.outW, c.outH, c.frame, c.deinterlace, c.swap, &ok),
+            c.want)
             << c.what;
         EXPECT_TRUE(ok) << c.what;
     }
@@ -218,9 +218,8 @@ TEST(ScalePixels, ScaleFastPicksColumnsAndFieldLines) {
     };
     for (const Case& c : cases) {
         bool ok = !c.ok;
-        EXPECT_EQ(
-            ScaleGrey(ScaleFast, c.inW, c.in, c.outW, c.outH, 1, c.deinterlace, c.swap, &ok),
-            c.want)
+        EXPECT_EQ(ScaleGrey(ScaleFast, c.inW, c.in, c.outW, c.outH, 1, c.deinterlace, c.swap, &ok),
+                  c.want)
             << c.what;
         EXPECT_EQ(ok, c.ok) << c.what;
     }
@@ -243,8 +242,12 @@ TEST(ScalePixels, CenterPlacesOnWholeLinePairsOrQuads) {
         {"progressive, step 2", 1, 0, 0, {1, 3, 3, 4}, 2},
         {"interlaced, step 4", 0, 0, 0, {1, 4, 3, 5}, 1},
         {"other field order moves a line", 1, KXBMIFORMAT_ODDEVEN_CHRONO, 0, {1, 2, 3, 3}, 3},
-        {"both chrono: no move", 1, KXBMIFORMAT_ODDEVEN_CHRONO, KXBMIFORMAT_ODDEVEN_CHRONO,
-         {1, 3, 3, 4}, 2},
+        {"both chrono: no move",
+         1,
+         KXBMIFORMAT_ODDEVEN_CHRONO,
+         KXBMIFORMAT_ODDEVEN_CHRONO,
+         {1, 3, 3, 4},
+         2},
     };
     for (const Case& c : cases) {
         KXBMINFOHEADERYUV in = MakeRgb(2, 1, 24), out = MakeRgb(4, 6, 24);

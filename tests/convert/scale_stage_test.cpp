@@ -35,8 +35,7 @@ struct StageRun {
     void* outData = nullptr;
     uint32_t flags = KXCONV_KEEP_INPUT;
     int32_t q = 0;
-    KXRESULT Go(IConverter& s, KXBMINFOHEADER* in, std::vector<uint8_t>& px,
-                KXBMINFOHEADER* out) {
+    KXRESULT Go(IConverter& s, KXBMINFOHEADER* in, std::vector<uint8_t>& px, KXBMINFOHEADER* out) {
         return s.Convert(in, px.data(), out, &outData, &flags, &q, &a);
     }
     std::vector<uint8_t> Bytes(const KXBMINFOHEADER* out) const {
@@ -110,7 +109,10 @@ TEST(GeometryStage, QueryAcceptsOnlyTheOneAspectEachStageChanges) {
          },
          false},
         {"crop", &s.crop, 8,
-         [](KXBMINFOHEADER&, KXBMINFOHEADER& o, uint32_t&) { o.bmiRect = {1, 1, 3, 2}; }, true},
+         [](KXBMINFOHEADER&, KXBMINFOHEADER& o, uint32_t&) {
+             o.bmiRect = {1, 1, 3, 2};
+         },
+         true},
         {"crop, same rect", &s.crop, 32, nullptr, false},
         {"crop and scan", &s.crop, 32,
          [](KXBMINFOHEADER& i, KXBMINFOHEADER& o, uint32_t&) {
@@ -257,8 +259,8 @@ TEST(GeometryStage, Scale24CentresInALargerTargetWithABlackBorder) {
         for (size_t x = 0; x < 4; ++x)
             EXPECT_EQ(o[y * 12 + 3 * x], (y == 1 || y == 2) && (x == 1 || x == 2) ? 200 : 0)
                 << x << "," << y;
-    EXPECT_EQ(Lines8(31), (Lines{L"CRGBScale::Query: SUCESS\r\n",
-                                 L"CRGBScale::Center 2x2 -> 4x4!\n\r"}));
+    EXPECT_EQ(Lines8(31),
+              (Lines{L"CRGBScale::Query: SUCESS\r\n", L"CRGBScale::Center 2x2 -> 4x4!\n\r"}));
     EXPECT_EQ(r.a.Live(), 1u);
 }
 
@@ -359,7 +361,8 @@ TEST(GeometryStage, Deinterlacer24TracesItsWork) {
                                           : L"CRGBDeinterlacer::1x4/1 -> 1x4!\n\r"}));
         const std::vector<uint8_t> o = r.Bytes(&out.bmi);
         EXPECT_EQ((std::vector<int>{o[0], o[4], o[8], o[12]}),
-                  swap ? (std::vector<int>{0, 66, 133, 200}) : (std::vector<int>{100, 149, 199, 250}));
+                  swap ? (std::vector<int>{0, 66, 133, 200})
+                       : (std::vector<int>{100, 149, 199, 250}));
     }
     // A chrono input takes the other field, and the swap flag turns it back.
     in.bmi.bmiFormat = KXBMIFORMAT_ODDEVEN_CHRONO;
