@@ -1,8 +1,9 @@
 // kelp convert IN OUT [--depth 24|32] [--alpha straight|opaque|premultiplied]
-//                     [--size WxH] [--quality Q]
+//                     [--load-size WxH] [--quality Q] [geometry options]
 // Reads IN through the library's image files, at the depth asked for and resized by the
-// loader when a size is given; changes what the alpha bytes hold through the conversion
-// manager; writes OUT in the format its extension names.
+// loader when --load-size is given; changes what the alpha bytes hold, and the size,
+// ratio, crop and scan (convert_geometry.h), through the conversion manager; writes OUT
+// in the format its extension names.
 //
 // OUT is written under a temporary name in its own directory and renamed over OUT only
 // when it is complete, so that a failed conversion never destroys an existing OUT.
@@ -20,6 +21,7 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "convert_geometry.h"
 #include "imagetool.h"
 
 namespace {
@@ -76,6 +78,7 @@ struct ConvertArgs {
     std::string in, out;
     uint32_t depth = 0, quality = 100;
     std::string alphaName, size;
+    convertgeometry::Options geometry;
 };
 
 int RunConvert(const ConvertArgs& args) {
@@ -133,6 +136,12 @@ int RunConvert(const ConvertArgs& args) {
     }
     std::string why;
     if (alpha >= 0 && !ChangeAlpha(&desc, &pixels, uint32_t(alpha), &allocator, &why)) {
+        allocator.Free(pixels);
+        io->Release();
+        return Fail(in + ": " + why);
+    }
+    if (convertgeometry::Wanted(args.geometry) &&
+        !convertgeometry::Apply(args.geometry, &desc, &pixels, &allocator, &why)) {
         allocator.Free(pixels);
         io->Release();
         return Fail(in + ": " + why);
@@ -199,7 +208,7 @@ void AddConvertCommand(CLI::App& app) {
                     "multiplied by alpha); loads at 32 bits")
         ->type_name("STATE")
         ->check(kelptool::OneOf({"straight", "opaque", "premultiplied"}));
-    cmd->add_option("--size", args->size,
+    cmd->add_option("--load-size", args->size,
                     "width x height in pixels, each 1 to 1048576: resampled while loading")
         ->type_name("WxH")
         ->check(kelptool::PictureSize(kMaxSide));
@@ -207,4 +216,5 @@ void AddConvertCommand(CLI::App& app) {
                     "0 to 100, for .jpg: per cent, higher keeps more detail (default 100)")
         ->type_name("Q")
         ->check(kelptool::WholeNumber(0, 100));
+    convertgeometry::AddOptions(cmd, &args->geometry);
 }
