@@ -37,8 +37,9 @@ struct Step {
 
 // The trace of one Query of the manager, as text: the library's debug stream, caught
 // on standard error.
-std::string TraceOfQuery(kelp::IConversionManager* cm, KXBMINFOHEADER* in, KXBMINFOHEADER* out,
-                         uint32_t* flags, int32_t* quality, KXRESULT* result) {
+// The manager lives within the catch, so that a sink's own records of it go nowhere.
+std::string TraceOfQuery(KXBMINFOHEADER* in, KXBMINFOHEADER* out, uint32_t* flags,
+                         int32_t* quality, KXRESULT* result) {
     kelp::dbgEnd(); // the library's own debug stream from here on
     const bool wasOn = std::getenv("KELP_DEBUG_OUTPUT") != nullptr;
     if (!wasOn) setenv("KELP_DEBUG_OUTPUT", "1", 1);
@@ -46,7 +47,12 @@ std::string TraceOfQuery(kelp::IConversionManager* cm, KXBMINFOHEADER* in, KXBMI
     FILE* caught = std::tmpfile();
     const int saved = dup(2);
     if (caught && saved >= 0) dup2(fileno(caught), 2);
-    *result = cm->Query(in, out, flags, quality);
+    kelp::IConversionManager* cm = KXCONVCreateConversionManager();
+    if (cm) {
+        cm->Init(KXCONV_VERSION, 0);
+        *result = cm->Query(in, out, flags, quality);
+        cm->Release();
+    }
     std::fflush(stderr);
     if (caught && saved >= 0) dup2(saved, 2);
     if (saved >= 0) close(saved);
@@ -149,13 +155,9 @@ int RunChain(const CLI::App& command, const ChainArgs& args) {
     if (args.keepRect) flags |= KXCONV_KEEP_RECT;
     if (args.ratioFast) flags |= KXCONV_RATIO_FAST;
 
-    kelp::IConversionManager* cm = KXCONVCreateConversionManager();
-    if (!cm) return kelptool::Error(command, "out of memory");
-    cm->Init(KXCONV_VERSION, 0);
     int32_t quality = 0;
     KXRESULT result = KXE_INVALID;
-    const std::string text = TraceOfQuery(cm, &in.bmi, &out.bmi, &flags, &quality, &result);
-    cm->Release();
+    const std::string text = TraceOfQuery(&in.bmi, &out.bmi, &flags, &quality, &result);
 
     // The search lines are the ones indented; the best chain is the path to the last
     // chain that became active.
