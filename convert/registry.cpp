@@ -8,7 +8,10 @@
 #include "alphaconv.h"
 #include "catchall.h"
 #include "convman.h"
+#include "crop.h"
+#include "deinterlacer.h"
 #include "rgbconv.h"
+#include "scale.h"
 #include "runtime/kelpos.h"
 #include "runtime/module.h"
 #include "yuvconv.h"
@@ -28,18 +31,18 @@ template <class T> IConverter* MakeStage() {
 // tie-break: 32-bit stages stand before their 24-bit twins, so that of two chains equal
 // in length and cost the 32-bit one wins.
 const StageFactory kBuiltinStages[] = {
-    // MakeStage<CRGBScale32>,           // "Scale32"
+    MakeStage<CRGBScale32>,           // "Scale32"
     MakeStage<CRGBConverterRGB32>, // "nBit to 32bit"
     MakeStage<CRGBConverterYUV4444>,  // "RGB->YUV4444"
     MakeStage<CYUV444ConverterRGB32>, // "YUV444->RGB32"
-    // MakeStage<CRGBDeinterlacer32>,    // "Deinterlacer32"
+    MakeStage<CRGBDeinterlacer32>,    // "Deinterlacer32"
     MakeStage<CAlphaConverter>, // "AlphaConverter"
-    // MakeStage<CRGBCrop>,              // "RGBCrop"
+    MakeStage<CRGBCrop>,              // "RGBCrop"
     MakeStage<CYUVConverterYUV>,      // "CYUVConverterYUV", kept as "CYUVConverterYU"
-    // MakeStage<CRGBScale24>,           // "Scale24"
+    MakeStage<CRGBScale24>,           // "Scale24"
     MakeStage<CRGBConverterRGB24>, // "nBit to 24bit"
     MakeStage<CYUV444ConverterRGB24>, // "YUV444->RGB24"
-    // MakeStage<CRGBDeinterlacer24>,    // "Deinterlacer24"
+    MakeStage<CRGBDeinterlacer24>,    // "Deinterlacer24"
     nullptr, // end of the table
 };
 

@@ -1,8 +1,9 @@
 // kelp convert IN OUT [--depth 24|32] [--alpha straight|opaque|premultiplied]
-//                     [--size WxH] [--quality Q]
+//                     [--load-size WxH] [--quality Q] [geometry options]
 // Reads IN through the library's image files, at the depth asked for and resized by the
-// loader when a size is given; changes what the alpha bytes hold through the conversion
-// manager; writes OUT in the format its extension names.
+// loader when --load-size is given; changes what the alpha bytes hold, and the size,
+// ratio, crop and scan (convert_geometry.h), through the conversion manager; writes OUT
+// in the format its extension names.
 //
 // OUT is written under a temporary name in its own directory and renamed over OUT only
 // when it is complete, so that a failed conversion never destroys an existing OUT.
@@ -21,6 +22,7 @@
 #include "cli.h"
 #include "commands.h"
 #include "convert_yuv.h"
+#include "convert_geometry.h"
 #include "imagetool.h"
 
 namespace {
@@ -78,6 +80,7 @@ struct ConvertArgs {
     uint32_t depth = 0, quality = 100;
     std::string alphaName, size;
     kelptool::YuvOptions yuv;
+    convertgeometry::Options geometry;
 };
 
 int RunConvert(const ConvertArgs& args) {
@@ -138,6 +141,12 @@ int RunConvert(const ConvertArgs& args) {
     }
     std::string why;
     if (alpha >= 0 && !ChangeAlpha(&desc, &pixels, uint32_t(alpha), &allocator, &why)) {
+        allocator.Free(pixels);
+        io->Release();
+        return Fail(in + ": " + why);
+    }
+    if (convertgeometry::Wanted(args.geometry) &&
+        !convertgeometry::Apply(args.geometry, &desc, &pixels, &allocator, &why)) {
         allocator.Free(pixels);
         io->Release();
         return Fail(in + ": " + why);
@@ -211,7 +220,7 @@ void AddConvertCommand(CLI::App& app) {
                     "multiplied by alpha); loads at 32 bits")
         ->type_name("STATE")
         ->check(kelptool::OneOf({"straight", "opaque", "premultiplied"}));
-    cmd->add_option("--size", args->size,
+    cmd->add_option("--load-size", args->size,
                     "width x height in pixels, each 1 to 1048576: resampled while loading")
         ->type_name("WxH")
         ->check(kelptool::PictureSize(kMaxSide));
@@ -220,4 +229,5 @@ void AddConvertCommand(CLI::App& app) {
         ->type_name("Q")
         ->check(kelptool::WholeNumber(0, 100));
     kelptool::AddYuvOptions(*cmd, &args->yuv);
+    convertgeometry::AddOptions(cmd, &args->geometry);
 }

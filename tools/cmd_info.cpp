@@ -76,6 +76,16 @@ int RunInfo(const std::string& path) {
     else
         std::printf("resolution:   not stated\n");
     std::printf("orientation:  %s\n", OrientationText(details.dwOrientation));
+    if (imagetool::Extension(path) == "bsi") { // the library's own record keeps these
+        const int mode = kelp::DIBFieldMode(desc);
+        std::printf("pixel ratio:  %.4g (%u:%u)\n",
+                    double(kelp::DIBRatioX(desc)) / double(kelp::DIBRatioY(desc)),
+                    kelp::DIBRatioX(desc), kelp::DIBRatioY(desc));
+        std::printf("scan:         %s\n", mode == KXFIELD_PROGRESSIVE  ? "progressive"
+                                          : mode == KXFIELD_INTERLACED ? "interlaced"
+                                                                       : "interlaced, the other "
+                                                                         "field first in time");
+    }
     if (details.dwFlags & 4) {
         if (details.nStampWidth > 0)
             std::printf("stamp:        %d x %d\n", details.nStampWidth, details.nStampHeight);

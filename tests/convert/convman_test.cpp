@@ -117,8 +117,8 @@ TEST(ConversionManager, ConvertIdentitySharesOrCopies) {
 }
 
 TEST(ConversionManager, NoChainSoTheConversionFails) {
-    // Without Init, or for a pair that no stage bridges (another depth and another size,
-    // with no scaler), or with a stage that takes nothing: the search finds no chain,
+    // Without Init, or for a pair that no stage bridges (another size at 16 bits, which
+    // no stage writes), or with a stage that takes nothing: the search finds no chain,
     // the output stays coerced, and nothing is allocated.
     for (int variant = 0; variant < 3; ++variant) {
         IConversionManager* cm = KXCONVCreateConversionManager();
@@ -128,7 +128,7 @@ TEST(ConversionManager, NoChainSoTheConversionFails) {
         if (variant >= 1) cm->Init(0x10002, 0);
         if (variant == 2) cm->AddConverter(&s);
         Images i;
-        i.out = MakeRgb(variant == 0 ? 4 : 8, 2, 24);
+        i.out = MakeRgb(variant == 0 ? 4 : 8, 2, 16);
         i.out.bmi.bmiAlpha = KXDIB_ALPHA_OPAQUE;
         i.flags = KXCONV_KEEP_INPUT;
         EXPECT_EQ(i.Convert(cm), KXE_INVALID) << variant;
@@ -238,8 +238,9 @@ TEST(ConversionManager, QueryInputAndOutputAskTheStagesInOrder) {
 
 TEST(ConversionManager, QueryOutputLeavesTheSizeTheAcceptingStageGives) {
     // A stale biSizeImage in the record asked about: a depth stage that can write the
-    // format writes the size it would give it, through the manager as well as directly.
-    // Input queries and the alpha stage's output query write nothing.
+    // format writes the size it would give it. Input queries and the alpha stage's output
+    // query write nothing, nor does the manager, whose first accepting stages (the
+    // scaler and the cropper) only validate.
     Manager m;
     CRGBConverterRGB32 to32;
     CRGBConverterRGB24 to24;
@@ -251,8 +252,8 @@ TEST(ConversionManager, QueryOutputLeavesTheSizeTheAcceptingStageGives) {
         uint16_t bits;
         uint32_t size; // afterwards
     } cases[] = {
-        {"manager, 24-bit output", m.cm, true, 24, 16 * 3},
-        {"manager, 32-bit output", m.cm, true, 32, 20 * 3},
+        {"manager, 24-bit output", m.cm, true, 24, 7},
+        {"manager, 32-bit output", m.cm, true, 32, 7},
         {"manager, input", m.cm, false, 24, 7},
         {"depth stage, output", &to24, true, 24, 16 * 3},
         {"depth stage, input", &to32, false, 24, 7},

@@ -43,9 +43,11 @@ const Command kCommands[] = {
     {"codec-roundtrip",
      {"--generate", "--codec", "--bits", "--quality", "--dv50", "1 to 100", "24", "PSNR"}},
     {"info", {"FILE", "orientation"}},
-    {"convert", {"IN", "OUT", "--depth", "--alpha", "--size", "--quality", "premultiplied"}},
+    {"convert", {"IN", "OUT", "--depth", "--alpha", "--size", "--quality", "premultiplied",
+                 "--load-size", "--fit", "--crop", "--ratio", "--progressive"}},
     {"convert", {"--yuv", "601", "709", "full", "--chroma-limit", "44..212"}},
     {"stretch", {"IN", "OUT", "--ratio", "--method", "--quality", "1.25", "wsola", "vocoder"}},
+    {"chain", {"FROM", "TO", "--trace", "KIND:WxH", "yuv444-709", "rect=L/T/R/B"}},
 };
 
 bool Mentions(const std::string& text, const std::string& word) {
@@ -87,9 +89,9 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         const char* line; // the whole of standard error
     } cases[] = {
         {"", "kelp: a command is needed: version, demo, resample, config, codecs, "
-             "codec-roundtrip, info, convert, stretch"},
+             "codec-roundtrip, info, convert, stretch, chain"},
         {"frobnicate", "kelp: unknown command 'frobnicate' (version, demo, resample, config, "
-                       "codecs, codec-roundtrip, info, convert, stretch)"},
+                       "codecs, codec-roundtrip, info, convert, stretch, chain)"},
         {"--bogus", "kelp: unexpected --bogus"},
         {"stretch a.wav b.wav", "kelp stretch: --ratio is required"},
         {"stretch a.wav b.wav --ratio 2 --method fast",
@@ -131,6 +133,14 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
          "kelp convert: --yuv: 2020 is not one of 601, 709, full"},
         {"convert a.png b.bsi --yuv 709 --chroma-limit 50",
          "kelp convert: --chroma-limit: 50 is not one of 100, 75"},
+        {"convert a.png b.bmp --crop 4,4,2,8", "kelp convert: --crop: 4,4,2,8 is not L,T,R,B "
+                                               "(right and bottom not before left and top)"},
+        {"chain rgb32:4x4", "kelp chain: TO is required"},
+        {"chain rgb33:4x4 rgb24:4x4", "kelp chain: FROM: rgb33 is not one of rgb1, rgb4, rgb8, "
+                                      "rgb16, rgb24, rgb32, yuv24-601, yuv24-709, yuv32-601, "
+                                      "yuv32-709, yuv444-601, yuv444-709"},
+        {"chain rgb32:4x4 rgb24:4x0", "kelp chain: TO: 4x0 is not a size WxH (each 1 to "
+                                      "1048576)"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args);
