@@ -45,6 +45,8 @@ const Command kCommands[] = {
     {"info", {"FILE", "orientation"}},
     {"convert", {"IN", "OUT", "--depth", "--alpha", "--size", "--quality", "premultiplied"}},
     {"stretch", {"IN", "OUT", "--ratio", "--method", "--quality", "1.25", "wsola", "vocoder"}},
+    {"transform", {"IN", "OUT", "--scale", "--offset", "--transparency", "--background", "--size",
+                   "--mode", "--softness", "--field", "--yuv", "per source pixel", "per cent"}},
 };
 
 bool Mentions(const std::string& text, const std::string& word) {
@@ -86,9 +88,9 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         const char* line; // the whole of standard error
     } cases[] = {
         {"", "kelp: a command is needed: version, demo, resample, config, codecs, "
-             "codec-roundtrip, info, convert, stretch"},
+             "codec-roundtrip, info, convert, stretch, transform"},
         {"frobnicate", "kelp: unknown command 'frobnicate' (version, demo, resample, config, "
-                       "codecs, codec-roundtrip, info, convert, stretch)"},
+                       "codecs, codec-roundtrip, info, convert, stretch, transform)"},
         {"--bogus", "kelp: unexpected --bogus"},
         {"stretch a.wav b.wav", "kelp stretch: --ratio is required"},
         {"stretch a.wav b.wav --ratio 2 --method fast",
