@@ -11,6 +11,7 @@
 #include "rgbconv.h"
 #include "runtime/kelpos.h"
 #include "runtime/module.h"
+#include "yuvconv.h"
 
 namespace kelp {
 namespace conv {
@@ -29,15 +30,15 @@ template <class T> IConverter* MakeStage() {
 const StageFactory kBuiltinStages[] = {
     // MakeStage<CRGBScale32>,           // "Scale32"
     MakeStage<CRGBConverterRGB32>, // "nBit to 32bit"
-    // MakeStage<CRGBConverterYUV4444>,  // "RGB->YUV4444"
-    // MakeStage<CYUV444ConverterRGB32>, // "YUV444->RGB32"
+    MakeStage<CRGBConverterYUV4444>,  // "RGB->YUV4444"
+    MakeStage<CYUV444ConverterRGB32>, // "YUV444->RGB32"
     // MakeStage<CRGBDeinterlacer32>,    // "Deinterlacer32"
     MakeStage<CAlphaConverter>, // "AlphaConverter"
     // MakeStage<CRGBCrop>,              // "RGBCrop"
-    // MakeStage<CYUVConverterYUV>,      // "CYUVConverterYUV", kept as "CYUVConverterYU"
+    MakeStage<CYUVConverterYUV>,      // "CYUVConverterYUV", kept as "CYUVConverterYU"
     // MakeStage<CRGBScale24>,           // "Scale24"
     MakeStage<CRGBConverterRGB24>, // "nBit to 24bit"
-    // MakeStage<CYUV444ConverterRGB24>, // "YUV444->RGB24"
+    MakeStage<CYUV444ConverterRGB24>, // "YUV444->RGB24"
     // MakeStage<CRGBDeinterlacer24>,    // "Deinterlacer24"
     nullptr, // end of the table
 };

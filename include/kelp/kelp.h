@@ -19,6 +19,7 @@
 #include "samplerateconverter.h"
 #include "kelpimg.h"
 #include "imageio.h"
+#include "kxcsc.h"
 #include "stdfx.h"
 #include "stdfx2d.h"
 #include "timewarp.h"

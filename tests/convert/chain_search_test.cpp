@@ -84,7 +84,9 @@ TEST(ChainSearch, RegistryHoldsTheStagesInSearchOrder) {
         names.push_back(static_cast<CConverter*>(s)->GetName());
         EXPECT_EQ(s->GetVersion(), 0x10002u);
     }
-    EXPECT_EQ(names, (Lines{L"nBit to 32bit", L"AlphaConverter", L"nBit to 24bit"}));
+    EXPECT_EQ(names, (Lines{L"nBit to 32bit", L"RGB->YUV4444", L"YUV444->RGB32",
+                            L"AlphaConverter", L"CYUVConverterYU", L"nBit to 24bit",
+                            L"YUV444->RGB24"}));
 }
 
 TEST(ChainSearch, PalettedTo32BitsIsOneStage) {
