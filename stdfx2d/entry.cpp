@@ -1,13 +1,15 @@
-// The exported entries of the 2-D transform.
+// The exported entries of the 2-D transform: each builds the list of images, sets up
+// one CFx2d on the stack and runs its guarded transform.
 #include <kelp/stdfx2d.h>
+
+#include "stdfx2d/fx2d.h"
 
 namespace stdfx2d {
 
 int Fx2d(KXBMINFOHEADER* target, void* targetBits, KXBMINFOHEADER* const* sources,
          void* const* sourceBits, const FX2DPARAM& param, int field, int mode) {
-    (void)target, (void)targetBits, (void)sources, (void)sourceBits, (void)param, (void)field,
-        (void)mode;
-    return FX2D_FAILED;
+    CFx2d fx(mode);
+    return fx.Transform(target, targetBits, sources, sourceBits, param, 1, 0, field);
 }
 
 int Fx2d(KXBMINFOHEADER* target, void* targetBits, KXBMINFOHEADER* source, void* sourceBits,
@@ -27,7 +29,11 @@ int Fx2d(KXBMINFOHEADER* target, void* targetBits, KXBMINFOHEADER* source, void*
 
 int Fx2d(KXBMINFOHEADER* target, void* targetBits, KXBMINFOHEADER* const* sources,
          void* const* sourceBits, const FX2DPARAM& param, const FX2DQUALITY& quality, int field) {
-    return Fx2d(target, targetBits, sources, sourceBits, param, field, quality.mode);
+    CFx2d fx(quality.mode);
+    if (quality.useFilter != 0) fx.SetFilter(quality.filterKind, quality.filterBits);
+    fx.SetSoftnessX(quality.softnessX);
+    fx.SetSoftnessY(quality.softnessY);
+    return fx.Transform(target, targetBits, sources, sourceBits, param, 1, 0, field);
 }
 
 int Fx2d(KXBMINFOHEADER* target, void* targetBits, KXBMINFOHEADER* source, void* sourceBits,
