@@ -16,10 +16,11 @@ int32_t CKXCsc::m_Cb_g_tab[3][256];
 int32_t CKXCsc::m_Cr_g_tab[3][256];
 int32_t CKXCsc::m_Cb_b_tab[3][256];
 int32_t CKXCsc::m_Cr_r_tab[3][256];
-uint8_t CKXCsc::m_RangeLimit[768];
-uint8_t CKXCsc::m_RangeLimitY[768];
-uint8_t CKXCsc::m_RangeLimitC100[768];
-uint8_t CKXCsc::m_RangeLimitC75[768];
+uint8_t CKXCsc::m_RangeStore[4][1280];
+uint8_t* const CKXCsc::m_RangeLimit = m_RangeStore[0] + 256;
+uint8_t* const CKXCsc::m_RangeLimitY = m_RangeStore[1] + 256;
+uint8_t* const CKXCsc::m_RangeLimitC100 = m_RangeStore[2] + 256;
+uint8_t* const CKXCsc::m_RangeLimitC75 = m_RangeStore[3] + 256;
 int CKXCsc::m_bFilled = 0;
 int CKXCsc::m_bFilterLuma = 0;
 
@@ -60,10 +61,15 @@ void CKXCsc::ColorLimit(int limit75) {
 }
 
 // Values -255..510 are clamped to [lo, hi]. The entries of -256 and 511 are not written
-// and stay 0: that is how the tables are defined.
+// and stay 0: that is how the tables are defined. The margins of the store beyond them
+// hold the bounds, so that a sum outside the table still reads a clamped value.
 static void FillLimit(uint8_t* table, int lo, int hi) {
     for (int v = -255; v <= 510; ++v)
         table[v + 256] = uint8_t(v < lo ? lo : v > hi ? hi : v);
+    for (int k = 1; k <= 256; ++k) {
+        table[-k] = uint8_t(lo);
+        table[767 + k] = uint8_t(hi);
+    }
 }
 
 int CKXCsc::FillRangeLimit() {

@@ -19,7 +19,11 @@
 
 namespace kelp {
 
+struct CscAccess; // the library's own reach into the view (image/cscconvert.cpp)
+
 class KELP_API CKXCsc {
+    friend struct CscAccess;
+
 public:
     // Also the first index of every table.
     enum ColorSpace {
@@ -103,11 +107,14 @@ protected:
     static int32_t m_Cb_b_tab[3][256];
     static int32_t m_Cr_r_tab[3][256];
     // Indexed by value + 256: clamps to 0..255, 16..235, 16..240, 44..212. The entries
-    // for -256 and 511 are never written and stay 0.
-    static uint8_t m_RangeLimit[768];
-    static uint8_t m_RangeLimitY[768];
-    static uint8_t m_RangeLimitC100[768];
-    static uint8_t m_RangeLimitC75[768];
+    // for -256 and 511 are never written and stay 0. Each table stands in a block of
+    // m_RangeStore with 256 entries on both sides that hold its bounds, because the
+    // inverse sums of the extreme corners reach -271 and 546.
+    static uint8_t m_RangeStore[4][1280];
+    static uint8_t* const m_RangeLimit;
+    static uint8_t* const m_RangeLimitY;
+    static uint8_t* const m_RangeLimitC100;
+    static uint8_t* const m_RangeLimitC75;
     static int m_bFilled;
     static int m_bFilterLuma;
 
