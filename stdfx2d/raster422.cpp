@@ -87,7 +87,7 @@ int CFx2d::RasterYUV422Filter() {
             }
             const int32_t seed[4] = {l.biasChroma + 32, l.biasLuma + 32, l.biasChroma + 32,
                                      l.biasLuma + 32};
-            k.vertical(pairWork.data(), rowPtrs.data(), weights.data(), l.count, seed, srcPairs);
+            k.vertical(pairWork.data(), rowPtrs.data(), weights.data(), l.count, seed, 0, srcPairs);
             for (int32_t x = 0; x < srcW; ++x) {
                 const int32_t* p = pairWork.data() + 4 * (x >> 1);
                 work[4 * x + 0] = p[0];

@@ -67,13 +67,12 @@ int CFx2d::RasterFilter(bool yuv) {
         if (refused) return;
         const Fx2dTapList& l = job.rowTaps[t];
         for (int32_t i = 0; i < l.count; ++i) {
-            rowPtrs[size_t(i)] = job.source.Row(l.taps[i].index) + 4 * ptrdiff_t(x0);
+            rowPtrs[size_t(i)] = job.source.Row(l.taps[i].index);
             weights[size_t(i)] = l.taps[i].weight;
         }
         const int32_t seed[4] = {job.seed + l.biasLuma, job.seed + l.biasChroma,
                                  job.seed + l.biasChroma, job.seed};
-        if (x1 > x0)
-            k.vertical(job.work + 4 * x0, rowPtrs.data(), weights.data(), l.count, seed, x1 - x0);
+        if (x1 > x0) k.vertical(job.work, rowPtrs.data(), weights.data(), l.count, seed, x0, x1);
         k.horizontal(out.data(), job.work, job.columnTaps, job.columns, job.shift, job.seed, true,
                      0);
 

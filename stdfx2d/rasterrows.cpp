@@ -10,14 +10,14 @@ namespace stdfx2d {
 namespace rasterrows {
 
 void Vertical_C(int32_t* work, const uint8_t* const* rows, const int32_t* weights, int32_t taps,
-                const int32_t seed[4], int32_t pixels) {
-    const int32_t n = pixels * 4;
-    for (int32_t j = 0; j < n; ++j)
+                const int32_t seed[4], int32_t x0, int32_t x1) {
+    const int32_t n0 = x0 * 4, n1 = x1 * 4;
+    for (int32_t j = n0; j < n1; ++j)
         work[j] = seed[j & 3];
     for (int32_t k = 0; k < taps; ++k) {
         const uint8_t* r = rows[k];
         const int32_t w = weights[k];
-        for (int32_t j = 0; j < n; ++j)
+        for (int32_t j = n0; j < n1; ++j)
             work[j] += r[j] * w;
     }
 }

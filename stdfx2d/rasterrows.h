@@ -14,10 +14,9 @@
 namespace stdfx2d {
 namespace rasterrows {
 
-// work[4x + c] = seed[c] + sum over k of rows[k][4x + c] * weights[k], for x in 0..pixels-1.
-// `rows` already point at the first pixel of the run.
+// work[4x + c] = seed[c] + sum over k of rows[k][4x + c] * weights[k], for x in x0..x1-1.
 typedef void (*VerticalFn)(int32_t* work, const uint8_t* const* rows, const int32_t* weights,
-                           int32_t taps, const int32_t seed[4], int32_t pixels);
+                           int32_t taps, const int32_t seed[4], int32_t x0, int32_t x1);
 // For each of `pixels` lists: sum[c] = seed + bias[c] + sum over taps of
 // (work[4 index + c] >> shift) * weight, where bias[c] is the list's luma bias for
 // channel `luma` (0 in Y U V A, 1 in C0 Y C1 A), its chroma bias for the other two
@@ -45,7 +44,7 @@ struct Kernels {
 };
 
 void Vertical_C(int32_t* work, const uint8_t* const* rows, const int32_t* weights, int32_t taps,
-                const int32_t seed[4], int32_t pixels);
+                const int32_t seed[4], int32_t x0, int32_t x1);
 void Horizontal_C(uint8_t* out, const int32_t* work, const Fx2dTapList* lists, int32_t pixels,
                   int32_t shift, int32_t seed, bool narrow, int32_t luma);
 void Nearest_C(uint8_t* out, const uint8_t* src, const int32_t* lookup, int32_t pixels);

@@ -20,7 +20,9 @@ enum class Fmt { kRGB, k444, k422, k422Alpha, k444_24 };
 
 class Picture {
 public:
-    Picture(Fmt fmt, int32_t width, int32_t height, uint32_t colourSpace = 1) {
+    // `guarded` false keeps the pixels in an ordinary buffer (cheaper when thousands of
+    // pictures are made).
+    Picture(Fmt fmt, int32_t width, int32_t height, uint32_t colourSpace = 1, bool guarded = true) {
         switch (fmt) {
         case Fmt::kRGB:
             rec = kelptest::MakeRgb(width, height, 32);
@@ -44,12 +46,20 @@ public:
             rec.bmi.bmiAlphaStride = uint32_t(stdfx::DIBAlphaStride(&rec.bmi));
         }
         rec.bmi.biSizeImage = stdfx::DIBImageSize(&rec.bmi);
-        buf.reset(new kelptest::GuardedBuffer(rec.bmi.biSizeImage ? rec.bmi.biSizeImage : 1));
-        buf->Fill(0);
+        const size_t size = rec.bmi.biSizeImage ? rec.bmi.biSizeImage : 1;
+        if (guarded) {
+            buf.reset(new kelptest::GuardedBuffer(size));
+            m_data = buf->data();
+        } else {
+            plain.assign(size, 0);
+            m_data = plain.data();
+        }
+        m_size = size;
+        std::memset(m_data, 0, m_size);
     }
     KXBMINFOHEADER* Header() { return &rec.bmi; }
-    uint8_t* Bits() { return buf->data(); }
-    size_t Size() const { return buf->size(); }
+    uint8_t* Bits() { return m_data; }
+    size_t Size() const { return m_size; }
     int32_t Width() const { return rec.bmi.biWidth; }
     int32_t Height() const { return rec.bmi.biHeight < 0 ? -rec.bmi.biHeight : rec.bmi.biHeight; }
     int32_t Stride() const { return stdfx::DIBStride(&rec.bmi); }
@@ -59,8 +69,11 @@ public:
         return Bits() + ptrdiff_t(Stride()) * Height() +
                ptrdiff_t(r) * stdfx::DIBAlphaStride(&rec.bmi);
     }
-    std::vector<uint8_t> Bytes() const { return buf->Copy(); }
-    void Random(std::mt19937& rng) { buf->Random(rng); }
+    std::vector<uint8_t> Bytes() const { return std::vector<uint8_t>(m_data, m_data + m_size); }
+    void Random(std::mt19937& rng) {
+        for (size_t i = 0; i < m_size; ++i)
+            m_data[i] = uint8_t(rng());
+    }
     // Every pixel premultiplied-consistent: colour bytes no larger than alpha (RGB only).
     void RandomPremultiplied(std::mt19937& rng) {
         Random(rng);
@@ -92,6 +105,11 @@ public:
 
     KXBMINFOHEADERYUV rec;
     std::unique_ptr<kelptest::GuardedBuffer> buf;
+    std::vector<uint8_t> plain;
+
+private:
+    uint8_t* m_data = nullptr;
+    size_t m_size = 0;
 };
 
 inline stdfx2d::FX2DPARAM Param(double sx, double sy, double ox = 0, double oy = 0,

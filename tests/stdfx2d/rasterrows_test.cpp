@@ -1,0 +1,178 @@
+// The vector forms of the raster row kernels give the plain loops' bytes on every
+// target: at lengths around each block size, at unaligned starts, with buffers that end
+// at an unreadable page, and over the whole range of the composition's bytes.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "fx2dtest.h"
+#include "guardedbuffer.h"
+#include "simdtargets.h"
+#include "stdfx2d/fx2d.h"
+#include "stdfx2d/rasterrows.h"
+
+using namespace stdfx2d;
+using namespace stdfx2d::rasterrows;
+using kelptest::GuardedBuffer;
+
+namespace {
+
+const int32_t kLengths[] = {1, 3, 7, 8, 9, 15, 16, 17, 31, 33, 63, 65, 1921};
+
+TEST(Fx2dRows, VerticalPassEqualsPlainAtEveryLengthAndStart) {
+    std::mt19937 rng(1);
+    kelptest::ForEachSimdTarget([&](int target) {
+        EXPECT_STREQ(Current().name, kelp::SimdTargetName(target));
+        for (int32_t len : kLengths)
+            for (int32_t x0 : {0, 1, 3}) {
+                const int32_t x1 = x0 + len, taps = 1 + int32_t(rng() % 7);
+                std::vector<std::unique_ptr<GuardedBuffer>> rows;
+                std::vector<const uint8_t*> ptrs;
+                std::vector<int32_t> weights;
+                for (int32_t k = 0; k < taps; ++k) {
+                    rows.emplace_back(new GuardedBuffer(size_t(4 * x1)));
+                    rows.back()->Random(rng);
+                    ptrs.push_back(rows.back()->data());
+                    weights.push_back(int32_t(rng() % 17000) - 600);
+                }
+                const int32_t seed[4] = {32, 8192 + 16 * 64, 1000, -5};
+                GuardedBuffer got(size_t(16 * x1)), want(size_t(16 * x1));
+                got.Fill(0x5A);
+                want.Fill(0x5A);
+                Vertical_C(reinterpret_cast<int32_t*>(want.data()), ptrs.data(), weights.data(),
+                           taps, seed, x0, x1);
+                Current().vertical(reinterpret_cast<int32_t*>(got.data()), ptrs.data(),
+                                   weights.data(), taps, seed, x0, x1);
+                ASSERT_EQ(got.Copy(), want.Copy()) << "length " << len << " start " << x0;
+            }
+    });
+}
+
+TEST(Fx2dRows, HorizontalPassEqualsPlainForBothWeightScales) {
+    std::mt19937 rng(2);
+    const int32_t srcPixels = 97;
+    std::vector<int32_t> work(size_t(srcPixels) * 4);
+    kelptest::ForEachSimdTarget([&](int) {
+        for (int32_t len : kLengths)
+            for (int32_t shift : {6, 14})
+                for (bool narrow : {true, false})
+                    for (int32_t luma : {0, 1}) {
+                        const int32_t full = 1 << shift;
+                        for (int32_t& w : work)
+                            w = narrow ? int32_t(rng() % (256u * full)) - full
+                                       : int32_t(rng() % 300) - 20;
+                        std::vector<Fx2dTapList> lists(static_cast<size_t>(len));
+                        std::vector<Fx2dTap> taps(static_cast<size_t>(len) * 9);
+                        for (int32_t x = 0; x < len; ++x) {
+                            Fx2dTapList& l = lists[size_t(x)];
+                            l.count = int32_t(rng() % 9);
+                            l.taps = taps.data() + 9 * x;
+                            l.biasLuma = rng() % 3 ? 0 : int32_t(rng() % (16u * full));
+                            l.biasChroma = l.biasLuma ? int32_t(rng() % (128u * full)) : 0;
+                            for (int32_t k = 0; k < l.count; ++k)
+                                l.taps[k] = {int32_t(rng() % srcPixels),
+                                             int32_t(rng() % (full + full / 2)) - full / 4};
+                        }
+                        GuardedBuffer got(size_t(4 * len)), want(size_t(4 * len));
+                        Horizontal_C(want.data(), work.data(), lists.data(), len, shift, full / 2,
+                                     narrow, luma);
+                        Current().horizontal(got.data(), work.data(), lists.data(), len, shift,
+                                             full / 2, narrow, luma);
+                        ASSERT_EQ(got.Copy(), want.Copy())
+                            << "length " << len << " shift " << shift;
+                    }
+    });
+}
+
+TEST(Fx2dRows, NearestGatherEqualsPlain) {
+    std::mt19937 rng(3);
+    const int32_t srcPixels = 53;
+    kelptest::ForEachSimdTarget([&](int) {
+        for (int32_t len : kLengths)
+            for (size_t misalign : {0, 1}) {
+                GuardedBuffer src(size_t(4 * srcPixels) + misalign), lookup(size_t(4 * len));
+                src.Random(rng);
+                int32_t* idx = reinterpret_cast<int32_t*>(lookup.data());
+                for (int32_t x = 0; x < len; ++x)
+                    idx[x] = int32_t(rng() % srcPixels);
+                idx[len - 1] = srcPixels - 1; // the last pixel before the page
+                GuardedBuffer got(size_t(4 * len)), want(size_t(4 * len));
+                const uint8_t* s = src.data() + misalign;
+                Nearest_C(want.data(), s, idx, len);
+                Current().nearest(got.data(), s, idx, len);
+                ASSERT_EQ(got.Copy(), want.Copy()) << "length " << len;
+            }
+    });
+}
+
+TEST(Fx2dRows, ComposeEqualsPlainOverEveryAlphaAndBackgroundByte) {
+    std::mt19937 rng(4);
+    // Every pair of background byte and source alpha, each with a random source colour
+    // no larger than its alpha (premultiplied) and one that is (out of range, clamped).
+    const int32_t pixels = 65536;
+    std::vector<uint8_t> s(size_t(pixels) * 4), g(size_t(pixels) * 4);
+    for (int32_t i = 0; i < pixels; ++i) {
+        const uint8_t a = uint8_t(i >> 8), b = uint8_t(i);
+        for (int c = 0; c < 3; ++c) {
+            s[4 * size_t(i) + c] = uint8_t(c == 2 ? rng() : rng() % (a + 1u));
+            g[4 * size_t(i) + c] = b;
+        }
+        s[4 * size_t(i) + 3] = a;
+        g[4 * size_t(i) + 3] = b;
+    }
+    std::vector<uint8_t> want(s.size());
+    Compose_C(want.data(), s.data(), g.data(), pixels);
+    kelptest::ForEachSimdTarget([&](int) {
+        std::vector<uint8_t> got(s.size());
+        Current().compose(got.data(), s.data(), g.data(), pixels);
+        ASSERT_EQ(got, want);
+        for (int32_t len : kLengths) {
+            GuardedBuffer sb(size_t(4 * len)), gb(size_t(4 * len));
+            std::memcpy(sb.data(), s.data() + 4 * 1000, size_t(4 * len));
+            std::memcpy(gb.data(), g.data() + 4 * 1000, size_t(4 * len));
+            Current().compose(sb.data(), sb.data(), gb.data(), len); // in place
+            ASSERT_EQ(sb.Copy(), std::vector<uint8_t>(want.begin() + 4 * 1000,
+                                                      want.begin() + 4 * (1000 + len)))
+                << "length " << len;
+        }
+    });
+}
+
+TEST(Fx2dRows, WholeTransformsOfOddSizesAtGuardPagesEqualPlain) {
+    using fx2dtest::Fmt;
+    using fx2dtest::Picture;
+    std::mt19937 rng(5);
+    for (int c = 0; c < 60; ++c) {
+        static const Fmt kFormats[] = {Fmt::kRGB, Fmt::k444, Fmt::k422Alpha};
+        const Fmt f = kFormats[c % 3];
+        const int32_t sw = 1 + 2 * int32_t(rng() % 40), sh = 1 + int32_t(rng() % 30);
+        const int32_t tw = 1 + 2 * int32_t(rng() % 50), th = 1 + int32_t(rng() % 40);
+        const FX2DPARAM p = fx2dtest::Param(
+            0.05 * std::pow(160.0, (rng() % 1000) / 1000.0),
+            0.05 * std::pow(160.0, (rng() % 1000) / 1000.0), (int32_t(rng() % 100) - 50) / 100.0,
+            (int32_t(rng() % 100) - 50) / 100.0, rng() % 2 ? 0 : (rng() % 100));
+        FX2DQUALITY q = fx2dtest::Quality(int(rng() % 3), rng() % 4 ? 0 : 30, 0);
+        const int field = int(rng() % 3) - 1;
+        const bool bg = rng() % 2;
+        Picture s(f, sw, rng() % 2 ? sh : -sh), g(f, tw, th), seedT(f, tw, th);
+        s.Random(rng);
+        g.Random(rng);
+        seedT.Random(rng);
+        std::vector<uint8_t> want;
+        kelptest::ForEachSimdTarget([&](int target) {
+            Picture t(f, tw, th);
+            std::memcpy(t.Bits(), seedT.Bits(), t.Size());
+            const int r = bg ? Fx2d(t.Header(), t.Bits(), s.Header(), s.Bits(), g.Header(),
+                                    g.Bits(), p, q, field)
+                             : Fx2d(t.Header(), t.Bits(), s.Header(), s.Bits(), p, q, field);
+            ASSERT_EQ(r, FX2D_OK);
+            if (target == kelp::kSimdPlain)
+                want = t.Bytes();
+            else
+                ASSERT_EQ(t.Bytes(), want) << "case " << c;
+        });
+    }
+}
+
+} // namespace
