@@ -121,6 +121,7 @@ public:
     uint8_t* Bytes() const { return static_cast<uint8_t*>(m_pixels); }
     void* Pixels() const { return m_pixels; }
     size_t PixelCount() const { return size_t(Width()) * size_t(Height()); }
+    kelp::IAllocator* Allocator() const { return m_allocator; }
 
     KXBMINFOHEADERYUV desc = {};
 
@@ -151,10 +152,10 @@ bool Load(kelp::IImageIO* io, const std::string& path, Picture* picture, std::st
     picture->desc.bmi.biSize = KXBMI_SIZE;
     kelp::ImageLoadOptions load = {sizeof(kelp::ImageLoadOptions), 32u, 0u, 0, 0, 0};
     void* pixels = nullptr;
-    kelp::CCppAllocator allocator;
-    if (KX_FAILED(io->LoadImage(wide.c_str(), &picture->desc.bmi, &pixels, &allocator, &load)) ||
+    kelp::IAllocator* allocator = picture->Allocator();
+    if (KX_FAILED(io->LoadImage(wide.c_str(), &picture->desc.bmi, &pixels, allocator, &load)) ||
         picture->desc.bmi.biBitCount != 32) {
-        if (pixels) allocator.Free(pixels);
+        if (pixels) allocator->Free(pixels);
         *why = path + ": cannot be read (damaged, or too large)";
         return false;
     }
