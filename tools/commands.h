@@ -15,9 +15,10 @@ void AddInfoCommand(CLI::App& app);           // cmd_info.cpp
 void AddConvertCommand(CLI::App& app);        // cmd_convert.cpp
 void AddStretchCommand(CLI::App& app);        // cmd_stretch.cpp
 void AddChainCommand(CLI::App& app);          // cmd_chain.cpp
+void AddTransformCommand(CLI::App& app);      // cmd_transform.cpp
 
 inline void (*const kCommands[])(CLI::App&) = {
     AddVersionCommand, AddDemoCommand,           AddResampleCommand, AddConfigCommand,
     AddCodecsCommand,  AddCodecRoundtripCommand, AddInfoCommand,     AddConvertCommand,
-    AddStretchCommand, AddChainCommand,
+    AddStretchCommand, AddChainCommand, AddTransformCommand,
 };

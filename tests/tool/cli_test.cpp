@@ -48,6 +48,8 @@ const Command kCommands[] = {
     {"convert", {"--yuv", "601", "709", "full", "--chroma-limit", "44..212"}},
     {"stretch", {"IN", "OUT", "--ratio", "--method", "--quality", "1.25", "wsola", "vocoder"}},
     {"chain", {"FROM", "TO", "--trace", "KIND:WxH", "yuv444-709", "rect=L/T/R/B"}},
+    {"transform", {"IN", "OUT", "--scale", "--offset", "--transparency", "--background", "--size",
+                   "--mode", "--softness", "--field", "--yuv", "per source pixel", "per cent"}},
 };
 
 bool Mentions(const std::string& text, const std::string& word) {
@@ -89,9 +91,9 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         const char* line; // the whole of standard error
     } cases[] = {
         {"", "kelp: a command is needed: version, demo, resample, config, codecs, "
-             "codec-roundtrip, info, convert, stretch, chain"},
+             "codec-roundtrip, info, convert, stretch, chain, transform"},
         {"frobnicate", "kelp: unknown command 'frobnicate' (version, demo, resample, config, "
-                       "codecs, codec-roundtrip, info, convert, stretch, chain)"},
+                       "codecs, codec-roundtrip, info, convert, stretch, chain, transform)"},
         {"--bogus", "kelp: unexpected --bogus"},
         {"stretch a.wav b.wav", "kelp stretch: --ratio is required"},
         {"stretch a.wav b.wav --ratio 2 --method fast",
