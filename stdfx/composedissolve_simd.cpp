@@ -137,6 +137,45 @@ void MixAny(uint8_t* dst, const uint8_t* first, const uint8_t* second, int32_t p
             HWY_ATTR { Mix_C(dst + 4 * n, first + 4 * n, second + 4 * n, rest, a); });
 }
 
+// Whole vectors only: `bytes` is a multiple of kBytes. The even bytes of the run take
+// one offset and the odd bytes the other. (c - o) h + 64 stays within 16 bits (h is at
+// most 128); the final ((t >> 7) + t) >> 7 is taken as q + (((t & 127) + q) >> 7) with
+// q := t >> 7, which is the same number without the sum that would overflow.
+HWY_INLINE hn::Vec<hn::ScalableTag<int16_t>> Round7Clamp(hn::Vec<hn::ScalableTag<int16_t>> c,
+                                                         hn::Vec<hn::ScalableTag<int16_t>> o,
+                                                         hn::Vec<hn::ScalableTag<int16_t>> h) {
+    const hn::ScalableTag<int16_t> di;
+    const auto t = hn::Add(hn::Mul(hn::Sub(c, o), h), hn::Set(di, 64));
+    const auto q = hn::ShiftRight<7>(t);
+    const auto r = hn::Add(q, hn::ShiftRight<7>(hn::Add(hn::And(t, hn::Set(di, 127)), q)));
+    return hn::Min(hn::Max(hn::Add(o, r), hn::Zero(di)), hn::Set(di, 255));
+}
+
+void Scale422(uint8_t* dst, const uint8_t* src, int32_t bytes, int a, int k, int lumaParity) {
+    const D8 d8;
+    const hn::ScalableTag<int16_t> di;
+    const auto h = hn::Set(di, int16_t((a + 1) >> 1));
+    const auto oEven = hn::Set(di, int16_t(lumaParity == 0 ? k : 128));
+    const auto oOdd = hn::Set(di, int16_t(lumaParity == 0 ? 128 : k));
+    const auto low = hn::Set(di, 0x00FF);
+    for (int32_t i = 0; i < bytes; i += kBytes) {
+        const auto v = hn::BitCast(di, hn::LoadU(d8, src + i));
+        const auto even = Round7Clamp(hn::And(v, low), oEven, h);
+        const auto odd =
+            Round7Clamp(hn::BitCast(di, hn::ShiftRight<8>(hn::BitCast(DU16(), v))), oOdd, h);
+        hn::StoreU(hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd))), d8, dst + i);
+    }
+}
+
+void Scale422Any(uint8_t* dst, const uint8_t* src, int32_t bytes, int a, int k, int lumaParity) {
+    if (a < 0 || a > 255 || k < 0 || k > 255 || (lumaParity & ~1))
+        return Scale422_C(dst, src, bytes, a, k, lumaParity);
+    kelp::simd::SplitRun(
+        bytes, kBytes, 0, [&](int32_t n) HWY_ATTR { Scale422(dst, src, n, a, k, lumaParity); },
+        [&](int32_t n, int32_t rest)
+            HWY_ATTR { Scale422_C(dst + n, src + n, rest, a, k, lumaParity); });
+}
+
 constexpr Kernels kKernels = {
     KELP_SIMD_THIS_TARGET_NAME, {}, DepthAny, ScaleAny, MixAny, nullptr,
 };

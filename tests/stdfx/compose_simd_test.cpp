@@ -92,8 +92,10 @@ TEST(ComposeSimd, EverySlotEqualsPlainAtEveryLengthAndStart) {
                     p.mix(want.data(), s.data(), b.data(), len, a);
                     k.mix(dp, sp, bp, len, a);
                     ASSERT_EQ(std::vector<uint8_t>(dp, dp + bytes), want) << "mix " << a;
-                    p.scale422(want.data(), s.data(), int32_t(bytes), a, 16, int(start & 1));
-                    k.scale422(dp, sp, int32_t(bytes), a, 16, int(start & 1));
+                    // Luma offset 0 at full opacity reaches the largest products.
+                    const int k16 = a == 255 ? 0 : 16;
+                    p.scale422(want.data(), s.data(), int32_t(bytes), a, k16, int(start & 1));
+                    k.scale422(dp, sp, int32_t(bytes), a, k16, int(start & 1));
                     ASSERT_EQ(std::vector<uint8_t>(dp, dp + bytes), want) << "4:2:2 " << a;
                 }
                 // Depth pixels are eight bytes: half the length, depths with ties and NaN.
