@@ -207,6 +207,14 @@ template <int M> HWY_INLINE BlendFn PlainRow() {
         return Blend_C<M>;
 }
 
+// Mode 2 is a saturating sum of every byte, alpha included.
+template <> void Blend<2>(uint8_t* dst, const uint8_t* src, int32_t pixels) {
+    const D8 d8;
+    for (int32_t i = 0; i < pixels; i += kBlock)
+        hn::StoreU(hn::SaturatedAdd(hn::LoadU(d8, dst + 4 * i), hn::LoadU(d8, src + 4 * i)), d8,
+                   dst + 4 * i);
+}
+
 template <int M>
 void BlendAny(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t) {
     kelp::simd::SplitRun(

@@ -177,7 +177,7 @@ void Scale422Any(uint8_t* dst, const uint8_t* src, int32_t bytes, int a, int k, 
 }
 
 constexpr Kernels kKernels = {
-    KELP_SIMD_THIS_TARGET_NAME, {}, DepthAny, ScaleAny, MixAny, nullptr,
+    KELP_SIMD_THIS_TARGET_NAME, {}, DepthAny, ScaleAny, MixAny, Scale422Any,
 };
 
 #endif // KELP_SIMD_VECTOR_PASS

@@ -56,6 +56,13 @@ TEST(ComposeSimd, EverySlotEqualsPlainAtEveryLengthAndStart) {
         EXPECT_STREQ(Current().name, kelp::SimdTargetName(target));
         const Kernels& k = Current();
         const Kernels& p = PlainKernels();
+        // Every vector target fills these slots with its own forms.
+        if (target != kelp::kSimdPlain) {
+            EXPECT_NE(k.blend[1], p.blend[1]);
+            EXPECT_NE(k.depth, p.depth);
+            EXPECT_NE(k.mix, p.mix);
+            EXPECT_NE(k.scale422, p.scale422);
+        }
         for (int32_t len : kLengths)
             for (size_t start = 0; start < 4; ++start) {
                 const size_t bytes = size_t(len) * 4;
