@@ -239,8 +239,8 @@ TEST(ComposeForms, DissolvesMatchTheirFormulasInEveryForm) {
                 const int rowBytes = is422 ? 2 * (w + 1) / 2 * 2 : 4 * w;
                 for (int y = 0; y < h; ++y) {
                     const bool touched =
-                        k.field == -1 ||
-                        y >= target.FirstLine(k.field) && (y - target.FirstLine(k.field)) % 2 == 0;
+                        k.field == -1 || (y >= target.FirstLine(k.field) &&
+                                          (y - target.FirstLine(k.field)) % 2 == 0);
                     const uint8_t* got = At(target, 0, y);
                     const uint8_t* s = At(first, 0, y);
                     const uint8_t* b = At(second, 0, y);
