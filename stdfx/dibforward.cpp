@@ -71,11 +71,6 @@ bool CDIB::CopyCentred422Plain(const CDIB&, int) {
     return false;
 }
 
-bool CDIB::Compose(const CDIB& source, int /*a*/, int /*b*/) {
-    if (!IsValid() || !source.IsValid() || !MakeWritable()) return false;
-    return false;
-}
-
 bool CDIB::CompressAlpha() {
     if (!IsValid() || !MakeWritable()) return false;
     return false;
@@ -83,16 +78,6 @@ bool CDIB::CompressAlpha() {
 
 bool CDIB::DecompressAlpha() {
     if (!IsValid()) return false;
-    return false;
-}
-
-bool CDIB::BlendTwo(const CDIB& source, int /*opacity*/, int /*field*/) {
-    if (!IsValid() || !source.IsValid() || !MakeWritable()) return false;
-    return false;
-}
-
-bool CDIB::BlendThree(const CDIB& first, const CDIB& second, int /*opacity*/, int /*field*/) {
-    if (!IsValid() || !first.IsValid() || !second.IsValid() || !MakeWritable()) return false;
     return false;
 }
 

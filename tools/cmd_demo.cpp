@@ -15,6 +15,7 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "demo_compose.h"
 #include "imagetool.h"
 #include "progress.h"
 
@@ -179,6 +180,7 @@ int RunDemo(const std::string& outDir, const std::string& samplesDir) {
             std::printf("see %s/: image.bmp, alpha.bmp (shades of red), copy.bmp\n",
                         outDir.c_str());
         ok &= imagetool::DemoImageFiles(outDir, samplesDir, &image, pixels.data());
+        ok &= composetool::DemoCompose(outDir);
     }
 
     if (copy && copy != pixels.data()) allocator.Free(copy);

@@ -16,9 +16,10 @@ void AddConvertCommand(CLI::App& app);        // cmd_convert.cpp
 void AddStretchCommand(CLI::App& app);        // cmd_stretch.cpp
 void AddChainCommand(CLI::App& app);          // cmd_chain.cpp
 void AddTransformCommand(CLI::App& app);      // cmd_transform.cpp
+void AddComposeCommand(CLI::App& app);        // cmd_compose.cpp
 
 inline void (*const kCommands[])(CLI::App&) = {
     AddVersionCommand, AddDemoCommand,           AddResampleCommand, AddConfigCommand,
     AddCodecsCommand,  AddCodecRoundtripCommand, AddInfoCommand,     AddConvertCommand,
-    AddStretchCommand, AddChainCommand, AddTransformCommand,
+    AddStretchCommand, AddChainCommand, AddTransformCommand, AddComposeCommand,
 };

@@ -7,3 +7,4 @@
 #include "stdfx_geometry.h"
 #include "stdfx_tables.h"
 #include "stdfx_translate.h"
+#include "stdfx_compose.h"

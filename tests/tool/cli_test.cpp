@@ -50,6 +50,7 @@ const Command kCommands[] = {
     {"chain", {"FROM", "TO", "--trace", "KIND:WxH", "yuv444-709", "rect=L/T/R/B"}},
     {"transform", {"IN", "OUT", "--scale", "--offset", "--transparency", "--background", "--size",
                    "--mode", "--softness", "--field", "--yuv", "per source pixel", "per cent"}},
+    {"compose", {"FG", "BG", "OUT", "--mode", "--opacity", "--field", "--yuv", "--list", "709"}},
 };
 
 bool Mentions(const std::string& text, const std::string& word) {
@@ -91,9 +92,9 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         const char* line; // the whole of standard error
     } cases[] = {
         {"", "kelp: a command is needed: version, demo, resample, config, codecs, "
-             "codec-roundtrip, info, convert, stretch, chain, transform"},
+             "codec-roundtrip, info, convert, stretch, chain, transform, compose"},
         {"frobnicate", "kelp: unknown command 'frobnicate' (version, demo, resample, config, "
-                       "codecs, codec-roundtrip, info, convert, stretch, chain, transform)"},
+                       "codecs, codec-roundtrip, info, convert, stretch, chain, transform, compose)"},
         {"--bogus", "kelp: unexpected --bogus"},
         {"stretch a.wav b.wav", "kelp stretch: --ratio is required"},
         {"stretch a.wav b.wav --ratio 2 --method fast",
@@ -129,6 +130,8 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         {"convert a.png b.bmp --quality 120", "kelp convert: --quality: 120 not in 0..100"},
         {"convert a.png b.bmp --alpha blue", "kelp convert: --alpha: blue is not one of "
                                              "straight, opaque, premultiplied"},
+        {"compose a.png b.png c.png --mode 21", "kelp compose: --mode: 21 not in 1..20"},
+        {"compose a.png b.png", "kelp compose: FG, BG and OUT are needed (or --list)"},
         {"convert a.png b.bmp --size 0x10", "kelp convert: --size: 0x10 is not a size WxH "
                                             "with sides 1..1048576"},
         {"convert a.png b.bsi --yuv 2020",

@@ -1,0 +1,74 @@
+// The compositor's row kernels: one table of operations, with a slot for each RGB blend
+// mode, the depth compositing and the dissolves. The plain loops (suffix _C,
+// composerows.cpp) define every result; a vector target fills only the slots it speeds
+// up (composeblend_simd.cpp, composedissolve_simd.cpp) and the plain loop stands behind
+// every other slot. Vector forms do whole vectors and leave the rest of a run to the
+// plain loop.
+//
+// Every blend kernel works in place: dst may be src, or any row apart from src.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "composepixel.h"
+
+namespace stdfx {
+namespace composerows {
+
+// A row of `pixels` four-byte pixels of src blended into dst.
+typedef void (*BlendFn)(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t);
+// A row of eight-byte depth pixels.
+typedef void (*DepthFn)(uint8_t* dst, const uint8_t* src, int32_t pixels);
+// dst := mul(src byte, a), every byte.
+typedef void (*ScaleFn)(uint8_t* dst, const uint8_t* src, int32_t bytes, int a);
+// BGRA: first at opacity a over second.
+typedef void (*MixFn)(uint8_t* dst, const uint8_t* first, const uint8_t* second, int32_t pixels,
+                      int a);
+// A 4:2:2 row of `bytes` bytes at 7-bit precision: each byte c with offset o becomes
+// clamp(o + r7((c - o) h)), h := (a + 1) >> 1; luma (offset k) in the bytes of parity
+// `lumaParity`, chroma (offset 128) in the others.
+typedef void (*Scale422Fn)(uint8_t* dst, const uint8_t* src, int32_t bytes, int a, int k,
+                           int lumaParity);
+
+constexpr int kSlots = 21; // blend[1] is the over of mode 1, blend[2..20] the modes
+
+struct Kernels {
+    const char* name; // the target's name, SimdTargetName
+    BlendFn blend[kSlots];
+    DepthFn depth; // the nearer pixel over the farther one
+    ScaleFn scale;
+    MixFn mix;
+    Scale422Fn scale422;
+};
+
+const Kernels& PlainKernels();
+// The table of a vector target (kelp::SimdTarget); slots a target leaves empty, and
+// targets not compiled, take the next lower target's, at worst the plain loop.
+const Kernels& ForTarget(int target);
+// ForTarget(BestSimdTarget()).
+const Kernels& Current();
+
+// The plain loops.
+template <int M>
+void Blend_C(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t);
+void Over_C(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t);
+void Hsl_C(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t);
+void Depth_C(uint8_t* dst, const uint8_t* src, int32_t pixels);
+void Scale_C(uint8_t* dst, const uint8_t* src, int32_t bytes, int a);
+void Mix_C(uint8_t* dst, const uint8_t* first, const uint8_t* second, int32_t pixels, int a);
+void Scale422_C(uint8_t* dst, const uint8_t* src, int32_t bytes, int a, int k, int lumaParity);
+
+// The rounding of the 4:2:2 forms: t := x + 64, then ((t >> 7) + t) >> 7.
+inline int Round7(int x) {
+    const int t = x + 64;
+    return ((t >> 7) + t) >> 7;
+}
+
+// Partial tables of the vector files, one per target, null where none was compiled.
+// A null slot in them means the plain loop (or a lower target's form).
+const Kernels* VectorBlendKernels(int target);
+const Kernels* VectorDissolveKernels(int target);
+
+} // namespace composerows
+} // namespace stdfx
