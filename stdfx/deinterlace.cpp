@@ -28,7 +28,7 @@ int DeinterlacePlanes(const CDIB& dib, BytePlane planes[2]) {
     const int64_t bytes =
         IsPacked422(h) ? 2 * ((int64_t(h->biWidth) + 1) & ~int64_t(1)) : int64_t(step) * h->biWidth;
     const int32_t stride = dib.Stride();
-    if (stride <= 0 || bytes > stride) return 0;
+    if (bytes > stride || (stride <= 0 && bytes > 0)) return 0;
     planes[0].base = static_cast<unsigned char*>(dib.Bits());
     planes[0].stride = stride;
     planes[0].bytes = int32_t(bytes);
