@@ -14,9 +14,11 @@ void AddCodecRoundtripCommand(CLI::App& app); // cmd_codec_roundtrip.cpp
 void AddInfoCommand(CLI::App& app);           // cmd_info.cpp
 void AddConvertCommand(CLI::App& app);        // cmd_convert.cpp
 void AddStretchCommand(CLI::App& app);        // cmd_stretch.cpp
+void AddDeinterlaceCommand(CLI::App& app);    // cmd_deinterlace.cpp
 
 inline void (*const kCommands[])(CLI::App&) = {
     AddVersionCommand, AddDemoCommand,           AddResampleCommand, AddConfigCommand,
     AddCodecsCommand,  AddCodecRoundtripCommand, AddInfoCommand,     AddConvertCommand,
     AddStretchCommand,
+    AddDeinterlaceCommand,
 };

@@ -45,6 +45,9 @@ const Command kCommands[] = {
     {"info", {"FILE", "orientation"}},
     {"convert", {"IN", "OUT", "--depth", "--alpha", "--size", "--quality", "premultiplied"}},
     {"stretch", {"IN", "OUT", "--ratio", "--method", "--quality", "1.25", "wsola", "vocoder"}},
+    {"deinterlace",
+     {"IN", "OUT", "PREV", "CUR", "NEXT", "--temporal", "--method", "--parity", "--field", "edge",
+      "median9"}},
 };
 
 bool Mentions(const std::string& text, const std::string& word) {
@@ -86,9 +89,19 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         const char* line; // the whole of standard error
     } cases[] = {
         {"", "kelp: a command is needed: version, demo, resample, config, codecs, "
-             "codec-roundtrip, info, convert, stretch"},
+             "codec-roundtrip, info, convert, stretch"
+             ", deinterlace"},
         {"frobnicate", "kelp: unknown command 'frobnicate' (version, demo, resample, config, "
-                       "codecs, codec-roundtrip, info, convert, stretch)"},
+                       "codecs, codec-roundtrip, info, convert, stretch"
+                       ", deinterlace)"},
+        {"deinterlace a.png b.png c.png", "kelp deinterlace: IN OUT are needed (3 given); "
+                                          "three frames need --temporal"},
+        {"deinterlace --temporal a.png b.png", "kelp deinterlace: --temporal needs PREV CUR "
+                                               "NEXT OUT (2 given)"},
+        {"deinterlace a.png b.png --method median3", "kelp deinterlace: --method: median3 is not "
+                                                     "one of repeat, average, blend, cubic, edge "
+                                                     "(without --temporal)"},
+        {"deinterlace a.png b.png --parity 2", "kelp deinterlace: --parity: 2 not in 0..1"},
         {"--bogus", "kelp: unexpected --bogus"},
         {"stretch a.wav b.wav", "kelp stretch: --ratio is required"},
         {"stretch a.wav b.wav --ratio 2 --method fast",
