@@ -163,13 +163,16 @@ int RunDeinterlace(const CLI::App& cmd, const DeinterlaceArgs& args) {
                            : 0;
     CDIB out;
     const int number = MethodNumber(method, args.temporal);
-    const bool ok = args.temporal ? out.CreateDeinterlacedTemporal(frames[0], frames[1], frames[2],
-                                                                   number, parity, -1)
-                    : args.field >= 0
-                        // One field's lines are made; the others stay as in IN.
-                        ? (out.CopyFrom(main),
-                           out.IsValid() && out.Deinterlace(main, number, parity, args.field))
-                        : out.CreateDeinterlaced(main, number, parity, -1);
+    bool ok;
+    if (args.temporal) {
+        ok = out.CreateDeinterlacedTemporal(frames[0], frames[1], frames[2], number, parity, -1);
+    } else if (args.field >= 0) {
+        // One field's lines are made; the others stay as in IN.
+        out.CopyFrom(main);
+        ok = out.IsValid() && out.Deinterlace(main, number, parity, args.field);
+    } else {
+        ok = out.CreateDeinterlaced(main, number, parity, -1);
+    }
     if (!ok) {
         if (args.temporal &&
             (frames[0].Width() != main.Width() || frames[0].Height() != main.Height() ||

@@ -17,6 +17,7 @@
 #include "commands.h"
 #include "imagetool.h"
 #include "progress.h"
+#include "demo_deinterlace.h"
 
 namespace {
 
@@ -180,6 +181,7 @@ int RunDemo(const std::string& outDir, const std::string& samplesDir) {
                         outDir.c_str());
         ok &= imagetool::DemoImageFiles(outDir, samplesDir, &image, pixels.data());
     }
+    ok &= kelpdemo::DeinterlacePicture(outDir);
 
     if (copy && copy != pixels.data()) allocator.Free(copy);
     if (alphaDesc) allocator.Free(alphaDesc);
