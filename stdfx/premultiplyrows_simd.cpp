@@ -14,6 +14,8 @@
 
 #include <hwy/highway.h>
 
+#include <cstring>
+
 #include "runtime/simd.h"
 #include "stdfx/premultiplyrows.h"
 
@@ -79,6 +81,45 @@ void Unpremultiply(uint8_t* px, int32_t pixels, const int32_t* recip) {
     }
 }
 
+// 4:2:2: one 32-bit lane a pair of pixels, its bytes split into even and odd 16-bit
+// lanes as above, each byte beside the alpha it is multiplied by: the luma bytes their
+// own pixel's, the chroma bytes the first pixel's. Whole vectors of pairs only.
+template <bool kUyvy> void Premultiply422(uint8_t* row, const uint8_t* alpha, int32_t pixels) {
+    const D8 d8;
+    const D16 d16;
+    const D32 d32;
+    const hn::Rebind<uint16_t, D32> dh;
+    const V32 low = hn::Set(d32, 0x00FF00FFu), byte = hn::Set(d32, 0xFFu);
+    for (int32_t i = 0; i < pixels; i += 2 * kBlock) {
+        const V32 p = hn::BitCast(d32, hn::LoadU(d8, row + 2 * i));
+        uint16_t pairs[hn::MaxLanes(D32())];
+        std::memcpy(pairs, alpha + i, sizeof pairs);
+        const V32 a = hn::PromoteTo(d32, hn::LoadU(dh, pairs)); // a0 | a1 << 8
+        const V32 a0 = hn::And(a, byte), a1 = hn::ShiftRight<8>(a);
+        const V32 same = hn::Or(a0, hn::ShiftLeft<16>(a0));
+        const V32 own = hn::Or(a0, hn::ShiftLeft<16>(a1));
+        // Y U Y V: even bytes Y0, Y1; odd bytes U, V. U Y V Y: the other way.
+        const V16 fe = hn::BitCast(d16, kUyvy ? same : own);
+        const V16 fo = hn::BitCast(d16, kUyvy ? own : same);
+        const V32 e = hn::BitCast(d32, Times(hn::BitCast(d16, hn::And(p, low)), fe));
+        const V32 o =
+            hn::BitCast(d32, Times(hn::BitCast(d16, hn::And(hn::ShiftRight<8>(p), low)), fo));
+        hn::StoreU(hn::BitCast(d8, hn::Or(e, hn::ShiftLeft<8>(o))), d8, row + 2 * i);
+    }
+}
+
+void AnyPremultiply422(uint8_t* row, const uint8_t* alpha, int32_t pixels, bool uyvy) {
+    kelp::simd::SplitRun(
+        pixels, 2 * kBlock, 0,
+        [&](int32_t n) {
+            if (uyvy)
+                Premultiply422<true>(row, alpha, n);
+            else
+                Premultiply422<false>(row, alpha, n);
+        },
+        [&](int32_t n, int32_t rest) { Premultiply422_C(row + 2 * n, alpha + n, rest, uyvy); });
+}
+
 void AnyPremultiply(uint8_t* px, int32_t pixels) {
     kelp::simd::SplitRun(
         pixels, kBlock, 0, [&](int32_t n) { Premultiply(px, n); },
@@ -91,8 +132,9 @@ void AnyUnpremultiply(uint8_t* px, int32_t pixels, const int32_t* recip) {
         [&](int32_t n, int32_t rest) { Unpremultiply_C(px + 4 * n, rest, recip); });
 }
 
+// Unpremultiply of 4:2:2 stays the plain loop on every target.
 constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME, AnyPremultiply, AnyUnpremultiply,
-                              Premultiply422_C, Unpremultiply422_C};
+                              AnyPremultiply422, Unpremultiply422_C};
 
 #endif // KELP_SIMD_VECTOR_PASS
 } // namespace HWY_NAMESPACE

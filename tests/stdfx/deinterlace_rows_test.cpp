@@ -210,3 +210,28 @@ TEST(PremultiplyRows, EveryColourAndAlphaEqualsPlainAndTheFormula) {
         }
     });
 }
+
+// 4:2:2 rows with their alpha plane rows, both byte orders, odd and even pixel counts.
+TEST(PremultiplyRows, FourTwoTwoEqualsPlainAtEveryLength) {
+    std::mt19937 rng(8);
+    const int32_t* recip = stdfx::GetTables()->GetDiv24();
+    kelptest::ForEachSimdTarget([&](int) {
+        for (bool uyvy : {false, true})
+            for (int32_t len : kLengths) {
+                const size_t bytes = size_t((len + 1) / 2) * 4;
+                kelptest::GuardedBuffer row(bytes), alpha(static_cast<size_t>(len));
+                row.Random(rng);
+                alpha.Random(rng);
+                const std::vector<uint8_t> orig = row.Copy();
+                std::vector<uint8_t> want = orig;
+                pr::Premultiply422_C(want.data(), alpha.data(), len, uyvy);
+                pr::Current().premultiply422(row.data(), alpha.data(), len, uyvy);
+                ASSERT_EQ(row.Copy(), want) << len << " uyvy " << uyvy;
+                std::memcpy(row.data(), orig.data(), bytes);
+                want = orig;
+                pr::Unpremultiply422_C(want.data(), alpha.data(), len, uyvy, recip);
+                pr::Current().unpremultiply422(row.data(), alpha.data(), len, uyvy, recip);
+                ASSERT_EQ(row.Copy(), want) << len << " uyvy " << uyvy;
+            }
+    });
+}
