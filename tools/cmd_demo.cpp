@@ -18,6 +18,7 @@
 #include "demo_compose.h"
 #include "imagetool.h"
 #include "progress.h"
+#include "demo_deinterlace.h"
 
 namespace {
 
@@ -182,6 +183,7 @@ int RunDemo(const std::string& outDir, const std::string& samplesDir) {
         ok &= imagetool::DemoImageFiles(outDir, samplesDir, &image, pixels.data());
         ok &= composetool::DemoCompose(outDir);
     }
+    ok &= kelpdemo::DeinterlacePicture(outDir);
 
     if (copy && copy != pixels.data()) allocator.Free(copy);
     if (alphaDesc) allocator.Free(alphaDesc);

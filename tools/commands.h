@@ -17,9 +17,11 @@ void AddStretchCommand(CLI::App& app);        // cmd_stretch.cpp
 void AddChainCommand(CLI::App& app);          // cmd_chain.cpp
 void AddTransformCommand(CLI::App& app);      // cmd_transform.cpp
 void AddComposeCommand(CLI::App& app);        // cmd_compose.cpp
+void AddDeinterlaceCommand(CLI::App& app);    // cmd_deinterlace.cpp
 
 inline void (*const kCommands[])(CLI::App&) = {
     AddVersionCommand, AddDemoCommand,           AddResampleCommand, AddConfigCommand,
     AddCodecsCommand,  AddCodecRoundtripCommand, AddInfoCommand,     AddConvertCommand,
     AddStretchCommand, AddChainCommand, AddTransformCommand, AddComposeCommand,
+    AddDeinterlaceCommand,
 };

@@ -449,7 +449,6 @@ TEST(DIB, OperationsOfLaterWorkAnswerFalse) {
     CDIB d(&r.bmi), s(&r.bmi);
     EXPECT_TRUE(d.Premultiply(-1)); // only 32-bit images carry alpha
     EXPECT_FALSE(d.BlendTwo(s, 128, -1));
-    EXPECT_FALSE(d.Deinterlace(s, 2, 0, -1));
     EXPECT_FALSE(d.CopyCentred(s, -1));
     EXPECT_TRUE(d.IsValid());
 }

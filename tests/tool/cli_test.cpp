@@ -51,6 +51,9 @@ const Command kCommands[] = {
     {"transform", {"IN", "OUT", "--scale", "--offset", "--transparency", "--background", "--size",
                    "--mode", "--softness", "--field", "--yuv", "per source pixel", "per cent"}},
     {"compose", {"FG", "BG", "OUT", "--mode", "--opacity", "--field", "--yuv", "--list", "709"}},
+    {"deinterlace",
+     {"IN", "OUT", "PREV", "CUR", "NEXT", "--temporal", "--method", "--parity", "--field", "edge",
+      "median9"}},
 };
 
 bool Mentions(const std::string& text, const std::string& word) {
@@ -92,9 +95,17 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         const char* line; // the whole of standard error
     } cases[] = {
         {"", "kelp: a command is needed: version, demo, resample, config, codecs, "
-             "codec-roundtrip, info, convert, stretch, chain, transform, compose"},
+             "codec-roundtrip, info, convert, stretch, chain, transform, compose, deinterlace"},
         {"frobnicate", "kelp: unknown command 'frobnicate' (version, demo, resample, config, "
-                       "codecs, codec-roundtrip, info, convert, stretch, chain, transform, compose)"},
+                       "codecs, codec-roundtrip, info, convert, stretch, chain, transform, compose, deinterlace)"},
+        {"deinterlace a.png b.png c.png", "kelp deinterlace: IN OUT are needed (3 given); "
+                                          "three frames need --temporal"},
+        {"deinterlace --temporal a.png b.png", "kelp deinterlace: --temporal needs PREV CUR "
+                                               "NEXT OUT (2 given)"},
+        {"deinterlace a.png b.png --method median3", "kelp deinterlace: --method: median3 is not "
+                                                     "one of repeat, average, blend, cubic, edge "
+                                                     "(without --temporal)"},
+        {"deinterlace a.png b.png --parity 2", "kelp deinterlace: --parity: 2 not in 0..1"},
         {"--bogus", "kelp: unexpected --bogus"},
         {"stretch a.wav b.wav", "kelp stretch: --ratio is required"},
         {"stretch a.wav b.wav --ratio 2 --method fast",
