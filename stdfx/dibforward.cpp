@@ -76,16 +76,6 @@ bool CDIB::Compose(const CDIB& source, int /*a*/, int /*b*/) {
     return false;
 }
 
-bool CDIB::CompressAlpha() {
-    if (!IsValid() || !MakeWritable()) return false;
-    return false;
-}
-
-bool CDIB::DecompressAlpha() {
-    if (!IsValid()) return false;
-    return false;
-}
-
 bool CDIB::BlendTwo(const CDIB& source, int /*opacity*/, int /*field*/) {
     if (!IsValid() || !source.IsValid() || !MakeWritable()) return false;
     return false;
