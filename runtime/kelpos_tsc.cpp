@@ -1,6 +1,7 @@
 // Linux: the time-stamp counter and its rate.
 #include "kelpos.h"
 
+#include <errno.h>
 #include <time.h>
 
 namespace kelp {
@@ -41,7 +42,7 @@ uint32_t MeasuredMHz() {
     const uint64_t t0 = MonotonicNanoseconds();
     const uint64_t c0 = ReadTimeStampCounter();
     timespec wait{0, 20000000L};
-    while (nanosleep(&wait, &wait) != 0) {
+    while (nanosleep(&wait, &wait) != 0 && errno == EINTR) {
     }
     const uint64_t c1 = ReadTimeStampCounter();
     const uint64_t t1 = MonotonicNanoseconds();
