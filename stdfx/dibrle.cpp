@@ -92,6 +92,7 @@ bool CDibRLE::DecompressImage(CDIB& dib) {
                              uint32_t(pixels[6]) << 16 | uint32_t(pixels[7]) << 24;
     if (rawSize != rawImage) return false; // the stream is not this image's
     if (!CheckStream(pixels, streamRoom, rawImage, &length, &size)) return false;
+    length = std::max(length, kHeaderBytes); // a stream of no packets may state less
     if (!dib.MakeWritable()) return false;
     if (PixelRoom(dib, rawImage) < rawImage) return false;
     // The stream is decoded from a copy of itself over the pixels it was read from.

@@ -312,6 +312,20 @@ TEST(RleImage, InPlaceDecodingLeavesTheLostEndAsItIs) {
     EXPECT_EQ(Pixels(dib, 64)[63], 15) << "the tail keeps what the buffer held";
 }
 
+TEST(RleImage, StreamsOfNoPacketsDecodeToNothing) {
+    for (uint32_t coded : {0u, 5u, 12u}) {
+        SCOPED_TRACE(coded);
+        CDIB dib = Matte(8, 2, [](int x, int) { return uint8_t(x + 1); });
+        std::memcpy(dib.Bits(), Header(6, 16, coded).data(), 12);
+        const Bytes before = Pixels(dib, 16);
+        dib.SetFormat(CDibRLE::kFormat, 12);
+        CDibRLE rle;
+        ASSERT_TRUE(rle.Decompress(dib));
+        EXPECT_EQ(dib.Format(), 0u);
+        EXPECT_EQ(Pixels(dib, 16), before);
+    }
+}
+
 TEST(RleImage, OnlyEightBitImagesOfFormatZeroAreCompressed) {
     CDibRLE rle;
     KXBMINFOHEADERYUV r32 = MakeRgb(8, 8, 32);
