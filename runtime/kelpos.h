@@ -56,6 +56,11 @@ unsigned ProcessorCount();
 // first 64 processors.
 bool GetAffinityMasks(uint64_t* processMask, uint64_t* systemMask);
 bool SetThreadAffinityMask(uint64_t mask); // the calling thread only
+// The processor's time-stamp counter (on a processor without one, the monotonic clock
+// in nanoseconds), and its rate in whole megahertz: the rate the processor states, else
+// the counter measured against the monotonic clock over 20 ms. 0 if neither works.
+uint64_t ReadTimeStampCounter();
+uint32_t TimeStampRateMHz();
 
 // ---- Modules (shared objects)
 KXMODULE LoadModule(const std::wstring& path); // null on failure

@@ -5,6 +5,8 @@
 #include "stdfx_dib.h"
 #include "stdfx_filter.h"
 #include "stdfx_geometry.h"
+#include "stdfx_performance.h"
+#include "stdfx_rle.h"
 #include "stdfx_tables.h"
 #include "stdfx_translate.h"
 #include "stdfx_compose.h"
