@@ -20,8 +20,8 @@ void AddComposeCommand(CLI::App& app);        // cmd_compose.cpp
 void AddDeinterlaceCommand(CLI::App& app);    // cmd_deinterlace.cpp
 
 inline void (*const kCommands[])(CLI::App&) = {
-    AddVersionCommand, AddDemoCommand,           AddResampleCommand, AddConfigCommand,
-    AddCodecsCommand,  AddCodecRoundtripCommand, AddInfoCommand,     AddConvertCommand,
-    AddStretchCommand, AddChainCommand, AddTransformCommand, AddComposeCommand,
+    AddVersionCommand,     AddDemoCommand,           AddResampleCommand,  AddConfigCommand,
+    AddCodecsCommand,      AddCodecRoundtripCommand, AddInfoCommand,      AddConvertCommand,
+    AddStretchCommand,     AddChainCommand,          AddTransformCommand, AddComposeCommand,
     AddDeinterlaceCommand,
 };

@@ -118,8 +118,12 @@ TEST(ScalePixels, BuildWeightsWalksFromTheFirstToTheLastPosition) {
         for (uint32_t k = 0; k < m; ++k) {
             EXPECT_EQ(t[k].next + t[k].cur, 2048);
             EXPECT_GE(t[k].next, 0);
-            if (k) EXPECT_GE(t[k].offset, t[k - 1].offset);
-            if (t[k].next) EXPECT_LT(t[k].offset, size_t(3 * (n - 1)));
+            if (k) {
+                EXPECT_GE(t[k].offset, t[k - 1].offset);
+            }
+            if (t[k].next) {
+                EXPECT_LT(t[k].offset, size_t(3 * (n - 1)));
+            }
         }
     }
 }

@@ -47,8 +47,9 @@ TEST(CscSimd, ForwardOverAllTriplesInEverySpace) {
                     ASSERT_EQ(c.BGRToYUV444Meshed(ps == 4 ? out.data() : src.data(), out.data(),
                                                   width, height, ps, width * ps),
                               1);
-                    if (target != kelp::kSimdPlain)
+                    if (target != kelp::kSimdPlain) {
                         ASSERT_TRUE(got == want) << "space " << space << " ps " << ps;
+                    }
                 });
             }
     }

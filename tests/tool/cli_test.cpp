@@ -43,13 +43,15 @@ const Command kCommands[] = {
     {"codec-roundtrip",
      {"--generate", "--codec", "--bits", "--quality", "--dv50", "1 to 100", "24", "PSNR"}},
     {"info", {"FILE", "orientation"}},
-    {"convert", {"IN", "OUT", "--depth", "--alpha", "--size", "--quality", "premultiplied",
-                 "--load-size", "--fit", "--crop", "--ratio", "--progressive"}},
+    {"convert",
+     {"IN", "OUT", "--depth", "--alpha", "--size", "--quality", "premultiplied", "--load-size",
+      "--fit", "--crop", "--ratio", "--progressive"}},
     {"convert", {"--yuv", "601", "709", "full", "--chroma-limit", "44..212"}},
     {"stretch", {"IN", "OUT", "--ratio", "--method", "--quality", "1.25", "wsola", "vocoder"}},
     {"chain", {"FROM", "TO", "--trace", "KIND:WxH", "yuv444-709", "rect=L/T/R/B"}},
-    {"transform", {"IN", "OUT", "--scale", "--offset", "--transparency", "--background", "--size",
-                   "--mode", "--softness", "--field", "--yuv", "per source pixel", "per cent"}},
+    {"transform",
+     {"IN", "OUT", "--scale", "--offset", "--transparency", "--background", "--size", "--mode",
+      "--softness", "--field", "--yuv", "per source pixel", "per cent"}},
     {"compose", {"FG", "BG", "OUT", "--mode", "--opacity", "--field", "--yuv", "--list", "709"}},
     {"deinterlace",
      {"IN", "OUT", "PREV", "CUR", "NEXT", "--temporal", "--method", "--parity", "--field", "edge",
@@ -97,7 +99,8 @@ TEST_F(ToolCli, BadArgumentsGiveOneLineAndExitTwo) {
         {"", "kelp: a command is needed: version, demo, resample, config, codecs, "
              "codec-roundtrip, info, convert, stretch, chain, transform, compose, deinterlace"},
         {"frobnicate", "kelp: unknown command 'frobnicate' (version, demo, resample, config, "
-                       "codecs, codec-roundtrip, info, convert, stretch, chain, transform, compose, deinterlace)"},
+                       "codecs, codec-roundtrip, info, convert, stretch, chain, transform, "
+                       "compose, deinterlace)"},
         {"deinterlace a.png b.png c.png", "kelp deinterlace: IN OUT are needed (3 given); "
                                           "three frames need --temporal"},
         {"deinterlace --temporal a.png b.png", "kelp deinterlace: --temporal needs PREV CUR "
