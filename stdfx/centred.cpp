@@ -130,7 +130,7 @@ inline unsigned char OverByte(int src, int bg, int a) {
 // The composites want source and background in the target's own layout.
 bool SameLayout(const KXBMINFOHEADER* a, const KXBMINFOHEADER* b) {
     if (a->biCompression != b->biCompression || a->biBitCount != b->biBitCount ||
-        a->biPlanes != b->biPlanes || BytesPerPixel(a) != BytesPerPixel(b))
+        a->biPlanes != b->biPlanes || CDIB::BytesPerPixel(a) != CDIB::BytesPerPixel(b))
         return false;
     return !IsYuvFormat(a->biCompression) || Sampling(a) == Sampling(b);
 }
@@ -160,7 +160,7 @@ LinePass PassFor(const CDIB& target, int field) {
 bool CopyCentredComposite(CDIB& target, const CDIB& source, const CDIB& background, int field) {
     if (!target.IsValid() || !source.IsValid() || !background.IsValid()) return false;
     const KXBMINFOHEADER* h = target.Header();
-    const int unit = BytesPerPixel(h);
+    const int unit = CDIB::BytesPerPixel(h);
     if (h->biBitCount != 32 || (unit != 4 && unit != 8) || h->biPlanes > 1) return false;
     if (!SameLayout(h, source.Header()) || !SameLayout(h, background.Header())) return false;
     if (IsYuvFormat(h->biCompression) && Sampling(h) != KXYUV_SAMPLING_444) return false;

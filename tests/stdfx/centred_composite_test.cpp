@@ -157,51 +157,65 @@ TEST(CentredComposite, PadsAndMarginsFromBackground) {
     }
 }
 
-// With a field only that field's lines change; a progressive source's row of the other
-// parity is the average of its neighbours, an interlaced source's is the row next to it.
+// The source rows that make source row `sy` of a field pass (both the same when the row is
+// taken as it is): a progressive source's row of the other parity is the average of its
+// neighbours, an interlaced source's is the row of the field next to it.
+struct Pair {
+    int up, down;
+};
+Pair SourceRows(const CDIB& src, int field, int sy) {
+    const int h = src.Height();
+    const int m = src.IsBottomUp() ? h - 1 - sy : sy;
+    if (field == -1 || (m & 1) == (src.FirstLine(field) & 1)) return {sy, sy};
+    if (src.GetFieldFlag() == 1) {
+        const int r = sy + 1 < h ? sy + 1 : (sy > 0 ? sy - 1 : sy);
+        return {r, r};
+    }
+    const int up = sy > 0 ? sy - 1 : (sy + 1 < h ? sy + 1 : sy);
+    return {up, sy + 1 < h ? sy + 1 : up};
+}
+int Mean(int a, int b) {
+    return (a + b + 1) >> 1;
+}
+
+// With a field only that field's lines change, with source rows of both parities.
 TEST(CentredComposite, FieldRows) {
     std::mt19937 rng(9);
-    for (int field = 0; field < 2; ++field)
-        for (bool interlaced : {false, true}) {
-            SCOPED_TRACE(testing::Message() << "field " << field << " interlaced " << interlaced);
-            CDIB src = Image(KXBI_RGB, 3, -4, rng);
-            if (interlaced) src.Header()->bmiFrame = 0;
-            const CDIB bg = Image(KXBI_RGB, 3, -7, rng);
-            CDIB out = Image(KXBI_RGB, 3, -7, rng);
-            const std::vector<uint8_t> old = Bytes(out);
-            ASSERT_TRUE(out.CopyCentred(src, bg, field));
-            const int first = out.FirstLine(field);
-            for (int y = 0; y < 7; ++y) {
-                const uint8_t* o = At(out, 0, y);
-                if ((y & 1) != (first & 1)) {
-                    EXPECT_EQ(std::memcmp(o, old.data() + size_t(y) * out.Stride(), 12), 0)
-                        << "line " << y << " of the other field";
-                    continue;
-                }
-                const int sy = y - 2; // top pad of 2
-                uint8_t want[12];
-                for (int k = 0; k < 12; ++k) {
-                    const int b = At(bg, 0, y)[k];
-                    if (sy < 0 || sy >= 4) {
-                        want[k] = uint8_t(b);
+    for (int th : {7, 6})
+        for (int field = 0; field < 2; ++field)
+            for (bool interlaced : {false, true}) {
+                SCOPED_TRACE(testing::Message() << "height " << th << " field " << field
+                                                << " interlaced " << interlaced);
+                CDIB src = Image(KXBI_RGB, 3, -4, rng);
+                if (interlaced) src.Header()->bmiFrame = 0;
+                const CDIB bg = Image(KXBI_RGB, 3, th, rng);
+                CDIB out = Image(KXBI_RGB, 3, -th, rng);
+                const std::vector<uint8_t> old = Bytes(out);
+                ASSERT_TRUE(out.CopyCentred(src, bg, field));
+                const int first = out.FirstLine(field), pad = (th - 4 + 1) / 2;
+                for (int y = 0; y < th; ++y) {
+                    const uint8_t* o = At(out, 0, y);
+                    if ((y & 1) != (first & 1)) {
+                        EXPECT_EQ(std::memcmp(o, old.data() + size_t(y) * out.Stride(), 12), 0)
+                            << "line " << y << " of the other field";
                         continue;
                     }
-                    int s = At(src, 0, sy)[k], a = At(src, 0, sy)[k | 3];
-                    if ((sy & 1) != (src.FirstLine(field) & 1)) {
-                        const int up = sy > 0 ? sy - 1 : sy + 1, down = sy + 1 < 4 ? sy + 1 : up;
-                        if (interlaced) {
-                            s = At(src, 0, sy + 1 < 4 ? sy + 1 : sy - 1)[k];
-                            a = At(src, 0, sy + 1 < 4 ? sy + 1 : sy - 1)[k | 3];
-                        } else {
-                            s = (At(src, 0, up)[k] + At(src, 0, down)[k] + 1) >> 1;
-                            a = (At(src, 0, up)[k | 3] + At(src, 0, down)[k | 3] + 1) >> 1;
+                    const int sy = y - pad;
+                    uint8_t want[12];
+                    for (int k = 0; k < 12; ++k) {
+                        const int b = At(bg, 0, y)[k];
+                        if (sy < 0 || sy >= 4) {
+                            want[k] = uint8_t(b);
+                            continue;
                         }
+                        const Pair r = SourceRows(src, field, sy);
+                        const int s = Mean(At(src, 0, r.up)[k], At(src, 0, r.down)[k]);
+                        const int a = Mean(At(src, 0, r.up)[k | 3], At(src, 0, r.down)[k | 3]);
+                        want[k] = uint8_t(Over(s, b, a));
                     }
-                    want[k] = uint8_t(Over(s, b, a));
+                    EXPECT_EQ(std::memcmp(o, want, 12), 0) << "line " << y;
                 }
-                EXPECT_EQ(std::memcmp(o, want, 12), 0) << "line " << y;
             }
-        }
 }
 
 // 4:2:2 in both byte orders and odd widths: luma by its pixel's alpha, chroma by the mean
@@ -209,48 +223,57 @@ TEST(CentredComposite, FieldRows) {
 TEST(CentredComposite, FourTwoTwoWithAlphaPlane) {
     struct Case {
         uint32_t sampling;
-        int tw, sw;
+        int tw, sw, field;
     } cases[] = {
-        {KXYUV_SAMPLING_422, 8, 4},  {KXYUV_SAMPLING_422B, 8, 4}, {KXYUV_SAMPLING_422, 4, 10},
-        {KXYUV_SAMPLING_422B, 7, 3}, {KXYUV_SAMPLING_422, 5, 9},  {KXYUV_SAMPLING_422, 6, 6},
+        {KXYUV_SAMPLING_422, 8, 4, -1}, {KXYUV_SAMPLING_422B, 8, 4, 0},
+        {KXYUV_SAMPLING_422, 4, 10, 1}, {KXYUV_SAMPLING_422B, 7, 3, -1},
+        {KXYUV_SAMPLING_422, 5, 9, 0},  {KXYUV_SAMPLING_422, 6, 6, 1},
     };
     std::mt19937 rng(3);
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.tw << " from " << c.sw << " sampling " << c.sampling);
-        const CDIB src = Image422(c.sampling, c.sw, -3, rng),
-                   bg = Image422(c.sampling, c.tw, -5, rng);
+        SCOPED_TRACE(testing::Message() << c.tw << " from " << c.sw << " sampling " << c.sampling
+                                        << " field " << c.field);
+        // Four source rows in five: a top pad of 1; the background's rows run upwards.
+        const CDIB src = Image422(c.sampling, c.sw, -4, rng),
+                   bg = Image422(c.sampling, c.tw, 5, rng);
         CDIB out = Image422(c.sampling, c.tw, -5, rng);
-        ASSERT_TRUE(out.CopyCentred(src, bg, -1));
+        CDIB old;
+        old.CopyFrom(out);
+        ASSERT_TRUE(out.CopyCentred(src, bg, c.field));
         const Axis pairs = Place((c.tw + 1) / 2, (c.sw + 1) / 2);
         const int luma = c.sampling == KXYUV_SAMPLING_422B ? 1 : 0;
         for (int y = 0; y < 5; ++y) {
             const int sy = y - 1;
+            const bool visited = c.field == -1 || (y & 1) == (out.FirstLine(c.field) & 1);
+            const CDIB& under = visited ? bg : old;
+            const bool row = visited && sy >= 0 && sy < 4;
+            const Pair r = row ? SourceRows(src, c.field, sy) : Pair{0, 0};
+            auto alpha = [&](int x) {
+                return Mean(*AlphaAt(src, x, r.up), *AlphaAt(src, x, r.down));
+            };
             for (int j = 0; j < (c.tw + 1) / 2; ++j) {
                 const int sj = j - pairs.pad + pairs.first;
-                const bool inside =
-                    sy >= 0 && sy < 3 && j >= pairs.pad && j < pairs.pad + pairs.count;
-                const uint8_t* b = At(bg, j, y);
+                const uint8_t* b = At(under, j, y);
                 uint8_t want[4];
                 std::memcpy(want, b, 4);
-                if (inside) {
-                    const int a0 = *AlphaAt(src, 2 * sj, sy);
-                    const int a1 =
-                        2 * sj + 1 < c.sw && 2 * j + 1 < c.tw ? *AlphaAt(src, 2 * sj + 1, sy) : a0;
-                    const int ac = (a0 + a1 + 1) >> 1;
-                    const uint8_t* s = At(src, sj, sy);
+                if (row && j >= pairs.pad && j < pairs.pad + pairs.count) {
+                    const int a0 = alpha(2 * sj);
+                    const int a1 = 2 * sj + 1 < c.sw && 2 * j + 1 < c.tw ? alpha(2 * sj + 1) : a0;
+                    const int ac = Mean(a0, a1);
                     for (int k = 0; k < 4; ++k) {
                         const int a = (k & 1) == luma ? (k < 2 ? a0 : a1) : ac;
-                        want[k] = uint8_t(Over(s[k], b[k], a));
+                        const int s = Mean(At(src, sj, r.up)[k], At(src, sj, r.down)[k]);
+                        want[k] = uint8_t(Over(s, b[k], a));
                     }
                 }
                 ASSERT_EQ(std::memcmp(At(out, j, y), want, 4), 0) << "pair " << j << " line " << y;
             }
             for (int x = 0; x < c.tw; ++x) {
                 const int sx = x - 2 * pairs.pad + 2 * pairs.first;
-                const bool inside = sy >= 0 && sy < 3 && x >= 2 * pairs.pad && sx < c.sw &&
-                                    x < 2 * (pairs.pad + pairs.count);
-                const int b = *AlphaAt(bg, x, y);
-                const int want = inside ? Over(*AlphaAt(src, sx, sy), b, *AlphaAt(src, sx, sy)) : b;
+                const bool inside =
+                    row && x >= 2 * pairs.pad && sx < c.sw && x < 2 * (pairs.pad + pairs.count);
+                const int b = *AlphaAt(under, x, y);
+                const int want = inside ? Over(alpha(sx), b, alpha(sx)) : b;
                 ASSERT_EQ(*AlphaAt(out, x, y), want) << "alpha " << x << " line " << y;
             }
         }
@@ -289,7 +312,7 @@ TEST(CentredComposite, RefusalsLeaveTheTargetAlone) {
     };
     for (const auto& c : cases) {
         CDIB target;
-        ASSERT_TRUE(target.CopyFrom(c.target));
+        target.CopyFrom(c.target);
         const std::vector<uint8_t> before = Bytes(target);
         EXPECT_FALSE(target.CopyCentred(c.source, c.background, -1)) << c.what;
         EXPECT_EQ(Bytes(target), before) << c.what;
@@ -332,7 +355,7 @@ TEST(CentredComposite, BuffersAtGuardPages) {
             attached.emplace_back(&h->bmi, memory.back()->data());
         }
         CDIB want;
-        ASSERT_TRUE(want.CopyFrom(owned[1]));
+        want.CopyFrom(owned[1]);
         ASSERT_TRUE(want.CopyCentred(owned[0], owned[2], c.field));
         ASSERT_TRUE(attached[1].CopyCentred(attached[0], attached[2], c.field));
         EXPECT_EQ(std::memcmp(attached[1].Bits(), want.Bits(), memory[1]->size()), 0);
