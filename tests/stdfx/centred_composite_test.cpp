@@ -94,9 +94,8 @@ void ExpectComposite(const CDIB& out, const CDIB& src, const CDIB& bg) {
 
 } // namespace
 
-// Every (background, source, alpha) triple of bytes through the composite, on every
-// vector target: row x of the background holds x in all bytes, source row s holds s in
-// its colour bytes and the alpha under test.
+// Every (background, source, alpha) triple of bytes through the composite: row x of the background
+// holds x in all bytes, source row s holds s in its colour bytes and the alpha under test.
 TEST(CentredComposite, OverFormulaForEveryByteTriple) {
     KXBMINFOHEADERYUV r = MakeRgb(256, -256, 32);
     CDIB bg(&r.bmi), src(&r.bmi), out(&r.bmi);
@@ -114,12 +113,16 @@ TEST(CentredComposite, OverFormulaForEveryByteTriple) {
                 w[0] = w[1] = w[2] = uint8_t(Over(s, x, a));
                 w[3] = uint8_t(Over(a, x, a));
             }
-        kelptest::ForEachSimdTarget([&](int) {
+        auto check = [&]() {
             ASSERT_TRUE(out.CopyCentred(src, bg, -1));
             for (int s = 0; s < 256; ++s)
                 ASSERT_EQ(std::memcmp(At(out, 0, s), want.data() + size_t(s) * 1024, 1024), 0)
                     << "alpha " << a << ", source " << s;
-        });
+        };
+        // Every alpha on the best target; every target on a spread of alphas (the vector
+        // rows equal the plain loop, which the compositor's own tests hold to).
+        check();
+        if (a % 15 == 0) kelptest::ForEachSimdTarget([&](int) { check(); });
         if (HasFatalFailure()) return;
     }
 }
