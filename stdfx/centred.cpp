@@ -157,6 +157,8 @@ LinePass PassFor(const CDIB& target, int field) {
     return field == -1 ? LinePass{0, 1} : LinePass{target.FirstLine(field), 2};
 }
 
+// RGB and 4:4:4: the copied part through the compositor's over row, whose arithmetic per
+// byte is exactly OverByte with the source's fourth byte as a.
 bool CopyCentredComposite(CDIB& target, const CDIB& source, const CDIB& background, int field) {
     if (!target.IsValid() || !source.IsValid() || !background.IsValid()) return false;
     const KXBMINFOHEADER* h = target.Header();
