@@ -231,6 +231,4 @@ TEST(CopyCentred, FourTwoTwoMovesWholePairsAndTheAlphaPlane) {
     EXPECT_EQ(std::memcmp(Line(d, 0), want, 12), 0);
     const uint8_t* a = d.GetAlphaPlane();
     EXPECT_EQ(std::vector<int>(a, a + 6), (std::vector<int>{0, 0, 9, 8, 0, 0}));
-    // The composites wait for the compositor.
-    EXPECT_FALSE(d.CopyCentred(src, d, -1));
 }
