@@ -263,6 +263,7 @@ struct Inverse16 {
     int32_t bMul, bConst, rMul, rConst, gPair, gConst;
     int kb, kr, kgu, kgv;
     bool ok;
+    bool endBG, endR; // whether B or G, and R, can reach the index 511
 };
 
 // c16 and k of a step; false where k is beyond -2..2.
@@ -293,6 +294,13 @@ Inverse16 Inverse16Of(const View& v) {
     l.rConst = v.crR[0];
     l.gConst = int32_t(int64_t(v.cbG[0]) + v.crG[0]);
     l.gPair = int32_t(uint32_t(uint16_t(gu)) | uint32_t(uint16_t(gv)) << 16);
+    // Bounds from the ends of each column (the luma column also at its patch edges).
+    int64_t yMax = v.yY[0];
+    for (int i : {16, 234, 235, 254, 255})
+        yMax = yMax > v.yY[i] ? yMax : v.yY[i];
+    auto top = [](const int32_t* t) { return int64_t(t[0] > t[255] ? t[0] : t[255]); };
+    l.endBG = ((yMax + top(v.cbB)) >> 16) >= 511 || ((yMax + top(v.crG) + top(v.cbG)) >> 16) >= 511;
+    l.endR = ((yMax + top(v.crR)) >> 16) >= 511;
     return l;
 }
 
@@ -321,11 +329,12 @@ HWY_INLINE V32 MulAdd16(V32 x, int32_t c, V32 acc) {
                                          acc, unused);
 }
 
-// Clamp to 0..255, 0 at 511 (16-bit lanes; -256 and below are 0 by the clamp).
-HWY_INLINE hn::Vec<D16> Limit16(hn::Vec<D16> x) {
+// Clamp to 0..255, and 0 at 511 where that index can occur (16-bit lanes; -256 and
+// below are 0 by the clamp).
+HWY_INLINE hn::Vec<D16> Limit16(hn::Vec<D16> x, bool end) {
     const D16 d16;
     const auto c = hn::Min(hn::Max(x, hn::Zero(d16)), hn::Set(d16, int16_t(255)));
-    return hn::IfThenZeroElse(hn::Eq(x, hn::Set(d16, int16_t(511))), c);
+    return end ? hn::IfThenZeroElse(hn::Eq(x, hn::Set(d16, int16_t(511))), c) : c;
 }
 
 // Within each 16-byte block the packed bytes are B0 R0 .. B3 R3 G0 A0 .. G3 A3.
@@ -360,8 +369,8 @@ void Yuv444ToBgr16(const Inverse16& l, const uint8_t* src, uint8_t* dst, int32_t
             w, l.kgv);
         const V32 a =
             PS == 4 ? hn::BitCast(d, hn::ShiftRight<24>(hn::BitCast(DU32(), px))) : hn::Zero(d);
-        const auto bg = Limit16(hn::ReorderDemote2To(d16, b, g));
-        const auto ra = Limit16(hn::ReorderDemote2To(d16, r, a));
+        const auto bg = Limit16(hn::ReorderDemote2To(d16, b, g), l.endBG);
+        const auto ra = Limit16(hn::ReorderDemote2To(d16, r, a), l.endR);
         const auto bytes = hn::BitCast(d8, hn::Or(bg, hn::ShiftLeft<8>(ra)));
         const V32 out = hn::BitCast(d, hn::TableLookupBytes(bytes, order));
         StorePixels<PS>(dst + PS * i, out,
