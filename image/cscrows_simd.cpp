@@ -384,6 +384,8 @@ template <int PS> void Yuv444ToBgr(const View& v, const uint8_t* src, uint8_t* d
         const Inverse16 l = Inverse16Of(v);
         if (l.ok) return Yuv444ToBgr16<PS>(l, src, dst, n);
     }
+    // SSSE3 has the 16-bit form above but not the 32-bit multiplies below.
+    if (HWY_TARGET == HWY_SSSE3) return Yuv444ToBgr_C<PS>(v, src, dst, n);
     const Inverse inv(v);
     const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
     for (int32_t i = 0; i < n; i += K) {
@@ -607,7 +609,8 @@ void Run(const View& v, const uint8_t* src, uint8_t* dst, int32_t pixels) {
 
 // SSSE3 lacks the 32-bit multiply, min and max that the inverse and the 4:2:2 rows lean
 // on; emulated, they ran slower than the plain loop there, so that target keeps the
-// plain loop for them (the forward 4:4:4 row, all 16-bit multiply-adds, stays).
+// plain loop for them (the 4:4:4 rows, 16-bit multiply-adds, stay; the inverse takes the
+// plain loop itself where it cannot use them).
 constexpr bool kPlainInverse = HWY_TARGET == HWY_SSSE3;
 #define KELP_CSC_ROW(VEC, PLAIN) (kPlainInverse ? PLAIN : VEC)
 
@@ -616,8 +619,8 @@ constexpr Kernels kKernels = {
     KELP_SIMD_THIS_TARGET_NAME,
     {Run<BgrToYuv444<3>, BgrToYuv444_C<3>, 6, 3, kSlack3>,
      Run<BgrToYuv444<4>, BgrToYuv444_C<4>, 8, 4, 0>},
-    {KELP_CSC_ROW((Run<Yuv444ToBgr<3>, Yuv444ToBgr_C<3>, 6, 3, kSlack3>), Yuv444ToBgr_C<3>),
-     KELP_CSC_ROW((Run<Yuv444ToBgr<4>, Yuv444ToBgr_C<4>, 8, 4, 0>), Yuv444ToBgr_C<4>)},
+    {Run<Yuv444ToBgr<3>, Yuv444ToBgr_C<3>, 6, 3, kSlack3>,
+     Run<Yuv444ToBgr<4>, Yuv444ToBgr_C<4>, 8, 4, 0>},
     {KELP_CSC_ROW((Run<Matrix601To709<3>, Matrix601To709_C<3>, 6, 3, kSlack3>),
                   Matrix601To709_C<3>),
      KELP_CSC_ROW((Run<Matrix601To709<4>, Matrix601To709_C<4>, 8, 4, 0>), Matrix601To709_C<4>)},
