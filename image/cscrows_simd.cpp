@@ -252,8 +252,140 @@ struct Inverse {
     }
 };
 
+// The inverse of spaces 0 and 1 with 16-bit multiply-adds. A column c * i + base is
+// split as c = c16 + 65536 * k with c16 in the 16-bit range; the k * i part is added
+// after the shift. Luma keeps its k part before the shift so that the patch of space 0
+// can act on the whole entry: the entries are increasing, so the patch is a clamp to
+// the entries at 0 and 235, except at 255, which keeps the computed value.
+struct Inverse16 {
+    int32_t yMul, yConst, yLow, yHigh;
+    int ky, patched;
+    int32_t bMul, bConst, rMul, rConst, gPair, gConst;
+    int kb, kr, kgu, kgv;
+    bool ok;
+    bool endBG, endR; // whether B or G, and R, can reach the index 511
+};
+
+// c16 and k of a step; false where k is beyond -2..2.
+static bool Split16(int64_t c, int32_t* c16, int* k) {
+    const int64_t q = (c + 32768) >= 0 ? (c + 32768) / 65536 : -((-(c + 32768) + 65535) / 65536);
+    *c16 = int32_t(c - q * 65536);
+    *k = int(q);
+    return q >= -2 && q <= 2;
+}
+
+Inverse16 Inverse16Of(const View& v) {
+    Inverse16 l;
+    const int64_t yStep = int64_t(v.yY[17]) - v.yY[16];
+    int32_t gu = 0, gv = 0;
+    l.ok = Split16(yStep, &l.yMul, &l.ky) &&
+           Split16(int64_t(v.cbB[1]) - v.cbB[0], &l.bMul, &l.kb) &&
+           Split16(int64_t(v.crR[1]) - v.crR[0], &l.rMul, &l.kr) &&
+           Split16(int64_t(v.cbG[1]) - v.cbG[0], &gu, &l.kgu) &&
+           Split16(int64_t(v.crG[1]) - v.crG[0], &gv, &l.kgv);
+    l.yConst = int32_t(int64_t(v.yY[16]) - 16 * yStep);
+    l.yLow = v.yY[0];
+    l.yHigh = v.yY[235];
+    l.patched = v.space == 0;
+    if (l.patched)
+        l.ok = l.ok && yStep > 0 && int64_t(v.yY[16]) - yStep <= l.yLow && l.yLow <= v.yY[16] &&
+               v.yY[234] <= l.yHigh && l.yHigh <= int64_t(v.yY[234]) + yStep;
+    l.bConst = v.cbB[0];
+    l.rConst = v.crR[0];
+    l.gConst = int32_t(int64_t(v.cbG[0]) + v.crG[0]);
+    l.gPair = int32_t(uint32_t(uint16_t(gu)) | uint32_t(uint16_t(gv)) << 16);
+    // Bounds from the ends of each column (the luma column also at its patch edges).
+    int64_t yMax = v.yY[0];
+    for (int i : {16, 234, 235, 254, 255})
+        yMax = yMax > v.yY[i] ? yMax : v.yY[i];
+    auto top = [](const int32_t* t) { return int64_t(t[0] > t[255] ? t[0] : t[255]); };
+    l.endBG = ((yMax + top(v.cbB)) >> 16) >= 511 || ((yMax + top(v.crG) + top(v.cbG)) >> 16) >= 511;
+    l.endR = ((yMax + top(v.crR)) >> 16) >= 511;
+    return l;
+}
+
+// s + k * x for k in -2..2.
+HWY_INLINE V32 AddTimes(V32 s, V32 x, int k) {
+    switch (k) {
+    case 1:
+        return hn::Add(s, x);
+    case 2:
+        return hn::Add(s, hn::Add(x, x));
+    case -1:
+        return hn::Sub(s, x);
+    case -2:
+        return hn::Sub(s, hn::Add(x, x));
+    default:
+        return s;
+    }
+}
+
+// acc + the 16-bit pairs of x times those of the constant c.
+HWY_INLINE V32 MulAdd16(V32 x, int32_t c, V32 acc) {
+    const D32 d;
+    const D16 d16;
+    V32 unused = hn::Zero(d);
+    return hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, x), hn::BitCast(d16, hn::Set(d, c)),
+                                         acc, unused);
+}
+
+// Clamp to 0..255, and 0 at 511 where that index can occur (16-bit lanes; -256 and
+// below are 0 by the clamp).
+HWY_INLINE hn::Vec<D16> Limit16(hn::Vec<D16> x, bool end) {
+    const D16 d16;
+    const auto c = hn::Min(hn::Max(x, hn::Zero(d16)), hn::Set(d16, int16_t(255)));
+    return end ? hn::IfThenZeroElse(hn::Eq(x, hn::Set(d16, int16_t(511))), c) : c;
+}
+
+// Within each 16-byte block the packed bytes are B0 R0 .. B3 R3 G0 A0 .. G3 A3.
+alignas(16) constexpr uint8_t kInterleave[16] = {0, 8,  1, 9,  2, 10, 3, 11,
+                                                 4, 12, 5, 13, 6, 14, 7, 15};
+
+template <int PS>
+void Yuv444ToBgr16(const Inverse16& l, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const D32 d;
+    const D16 d16;
+    const D8 d8;
+    const V32 m8 = hn::Set(d, 0xFF);
+    const auto order = hn::LoadDup128(d8, kInterleave);
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<PS>(src + PS * i);
+        const V32 y = hn::And(px, m8);
+        const V32 u = hn::And(hn::ShiftRight<8>(px), m8);
+        const V32 w = hn::And(hn::ShiftRight<16>(px), m8);
+        const V32 uw = hn::Or(u, hn::ShiftLeft<16>(w));
+        V32 yy = AddTimes(MulAdd16(y, l.yMul, hn::Set(d, l.yConst)), hn::ShiftLeft<16>(y), l.ky);
+        if (l.patched) {
+            const V32 c = hn::Min(hn::Max(yy, hn::Set(d, l.yLow)), hn::Set(d, l.yHigh));
+            yy = hn::IfThenElse(hn::Eq(y, m8), yy, c);
+        }
+        const V32 b = AddTimes(
+            hn::ShiftRight<16>(MulAdd16(u, l.bMul, hn::Add(yy, hn::Set(d, l.bConst)))), u, l.kb);
+        const V32 r = AddTimes(
+            hn::ShiftRight<16>(MulAdd16(w, l.rMul, hn::Add(yy, hn::Set(d, l.rConst)))), w, l.kr);
+        const V32 g = AddTimes(
+            AddTimes(hn::ShiftRight<16>(MulAdd16(uw, l.gPair, hn::Add(yy, hn::Set(d, l.gConst)))),
+                     u, l.kgu),
+            w, l.kgv);
+        const V32 a =
+            PS == 4 ? hn::BitCast(d, hn::ShiftRight<24>(hn::BitCast(DU32(), px))) : hn::Zero(d);
+        const auto bg = Limit16(hn::ReorderDemote2To(d16, b, g), l.endBG);
+        const auto ra = Limit16(hn::ReorderDemote2To(d16, r, a), l.endR);
+        const auto bytes = hn::BitCast(d8, hn::Or(bg, hn::ShiftLeft<8>(ra)));
+        const V32 out = hn::BitCast(d, hn::TableLookupBytes(bytes, order));
+        StorePixels<PS>(dst + PS * i, out,
+                        PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+    }
+}
+
 template <int PS> void Yuv444ToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
     const D32 d;
+    if (v.space != 2) {
+        const Inverse16 l = Inverse16Of(v);
+        if (l.ok) return Yuv444ToBgr16<PS>(l, src, dst, n);
+    }
+    // SSSE3 has the 16-bit form above but not the 32-bit multiplies below.
+    if (HWY_TARGET == HWY_SSSE3) return Yuv444ToBgr_C<PS>(v, src, dst, n);
     const Inverse inv(v);
     const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
     for (int32_t i = 0; i < n; i += K) {
@@ -477,7 +609,8 @@ void Run(const View& v, const uint8_t* src, uint8_t* dst, int32_t pixels) {
 
 // SSSE3 lacks the 32-bit multiply, min and max that the inverse and the 4:2:2 rows lean
 // on; emulated, they ran slower than the plain loop there, so that target keeps the
-// plain loop for them (the forward 4:4:4 row, all 16-bit multiply-adds, stays).
+// plain loop for them (the 4:4:4 rows, 16-bit multiply-adds, stay; the inverse takes the
+// plain loop itself where it cannot use them).
 constexpr bool kPlainInverse = HWY_TARGET == HWY_SSSE3;
 #define KELP_CSC_ROW(VEC, PLAIN) (kPlainInverse ? PLAIN : VEC)
 
@@ -486,8 +619,8 @@ constexpr Kernels kKernels = {
     KELP_SIMD_THIS_TARGET_NAME,
     {Run<BgrToYuv444<3>, BgrToYuv444_C<3>, 6, 3, kSlack3>,
      Run<BgrToYuv444<4>, BgrToYuv444_C<4>, 8, 4, 0>},
-    {KELP_CSC_ROW((Run<Yuv444ToBgr<3>, Yuv444ToBgr_C<3>, 6, 3, kSlack3>), Yuv444ToBgr_C<3>),
-     KELP_CSC_ROW((Run<Yuv444ToBgr<4>, Yuv444ToBgr_C<4>, 8, 4, 0>), Yuv444ToBgr_C<4>)},
+    {Run<Yuv444ToBgr<3>, Yuv444ToBgr_C<3>, 6, 3, kSlack3>,
+     Run<Yuv444ToBgr<4>, Yuv444ToBgr_C<4>, 8, 4, 0>},
     {KELP_CSC_ROW((Run<Matrix601To709<3>, Matrix601To709_C<3>, 6, 3, kSlack3>),
                   Matrix601To709_C<3>),
      KELP_CSC_ROW((Run<Matrix601To709<4>, Matrix601To709_C<4>, 8, 4, 0>), Matrix601To709_C<4>)},

@@ -55,6 +55,34 @@ TEST(CscSimd, ForwardOverAllTriplesInEverySpace) {
     }
 }
 
+TEST(CscSimd, InverseOverAllTriplesInEverySpace) {
+    const int width = 4096, height = 4096 / kLineStep; // every Y, Cb, Cr once
+    for (uint32_t ps : {4u, 3u}) {
+        const size_t bytes = size_t(width) * height * ps;
+        std::vector<uint8_t> src(bytes);
+        for (uint32_t i = 0; i < (1u << 24) / kLineStep; ++i) {
+            const uint32_t t = (i / 4096 * kLineStep) * 4096 + i % 4096;
+            uint8_t* p = &src[size_t(i) * ps];
+            p[0] = uint8_t(t), p[1] = uint8_t(t >> 8), p[2] = uint8_t(t >> 16);
+            if (ps == 4) p[3] = uint8_t(t * 5 + 1);
+        }
+        for (int space = 0; space < 3; ++space) {
+            std::vector<uint8_t> want(bytes), got(bytes);
+            kelptest::ForEachSimdTarget([&](int target) {
+                Csc c(space);
+                std::vector<uint8_t>& out = target == kelp::kSimdPlain ? want : got;
+                if (ps == 4) std::memcpy(out.data(), src.data(), bytes);
+                ASSERT_EQ(c.YUV444MeshedToBGR(ps == 4 ? out.data() : src.data(), out.data(), width,
+                                              height, ps, width * ps),
+                          1);
+                if (target != kelp::kSimdPlain) {
+                    ASSERT_TRUE(got == want) << "space " << space << " ps " << ps;
+                }
+            });
+        }
+    }
+}
+
 namespace {
 
 // One conversion on a random image: the run of `convert` under each target, against
