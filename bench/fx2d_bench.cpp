@@ -149,7 +149,7 @@ Kernel CubicTimesBox(double width) {
 }
 
 // How a resampling is placed and how wide its kernel is.
-struct RefSpec {
+struct RefScaler {
     Kernel kernel;
     double radius; // of the kernel in its own units
     bool stretch;  // kernel argument scaled by the scale (wider kernel when shrinking)
@@ -161,19 +161,19 @@ struct Taps {
     std::vector<std::vector<std::pair<int, double>>> list;
 };
 
-Taps AxisTaps(const RefSpec& spec, int srcLen, int dstLen) {
+Taps AxisTaps(const RefScaler& scaler, int srcLen, int dstLen) {
     const double s = double(dstLen) / srcLen;
-    const double argscale = spec.stretch && s < 1 ? s : 1.0;
-    const double support = spec.radius / argscale;
+    const double argscale = scaler.stretch && s < 1 ? s : 1.0;
+    const double support = scaler.radius / argscale;
     Taps t;
     t.list.resize(size_t(dstLen));
     for (int i = 0; i < dstLen; ++i) {
         const double pos =
-            spec.endToEnd ? i * double(srcLen - 1) / (dstLen - 1) : (i + 0.5) / s - 0.5;
+            scaler.endToEnd ? i * double(srcLen - 1) / (dstLen - 1) : (i + 0.5) / s - 0.5;
         double sum = 0;
         std::vector<std::pair<int, double>> taps;
         for (int j = int(std::ceil(pos - support)); j <= int(std::floor(pos + support)); ++j) {
-            const double w = spec.kernel((pos - j) * argscale);
+            const double w = scaler.kernel((pos - j) * argscale);
             if (w == 0) continue;
             int m = j < 0 ? -1 - j : (j >= srcLen ? 2 * srcLen - j - 1 : j); // mirrored
             m = std::min(std::max(m, 0), srcLen - 1);
@@ -187,8 +187,8 @@ Taps AxisTaps(const RefSpec& spec, int srcLen, int dstLen) {
     return t;
 }
 
-Bgra Reference(const Bgra& src, int dw, int dh, const RefSpec& spec) {
-    const Taps cols = AxisTaps(spec, src.width, dw), rows = AxisTaps(spec, src.height, dh);
+Bgra Reference(const Bgra& src, int dw, int dh, const RefScaler& scaler) {
+    const Taps cols = AxisTaps(scaler, src.width, dw), rows = AxisTaps(scaler, src.height, dh);
     std::vector<double> mid(size_t(src.width) * size_t(dh) * 3);
     for (int y = 0; y < dh; ++y)
         for (int x = 0; x < src.width; ++x)
@@ -216,11 +216,11 @@ Bgra Reference(const Bgra& src, int dw, int dh, const RefSpec& spec) {
 }
 
 // The references are made once each, by name.
-const Bgra& CachedReference(const std::string& name, const RefSpec& spec) {
+const Bgra& CachedReference(const std::string& name, const RefScaler& scaler) {
     static std::map<std::string, Bgra> cache;
     auto it = cache.find(name);
     if (it == cache.end())
-        it = cache.emplace(name, Reference(Source(), kDownW, kDownH, spec)).first;
+        it = cache.emplace(name, Reference(Source(), kDownW, kDownH, scaler)).first;
     return it->second;
 }
 
@@ -240,9 +240,9 @@ double Psnr(const Bgra& a, const Bgra& b) {
 }
 
 void ReportQuality(benchmark::State& state, const Bgra& out, const char* refName,
-                   const RefSpec& spec) {
+                   const RefScaler& scaler) {
     if (out.width != kDownW) return;
-    state.counters["psnr_db"] = Psnr(out, CachedReference(refName, spec));
+    state.counters["psnr_db"] = Psnr(out, CachedReference(refName, scaler));
 }
 
 // ---------------------------------------------------------------- the transform
