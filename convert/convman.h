@@ -8,11 +8,13 @@
 #include <kelp/kxconv.h>
 #include <kelp/mpheap.h>
 
+#include "tempblocks.h"
+
 namespace kelp {
 
 // Managers live on the library's multi-heap.
 class CConversionManager : public IConversionManager, public CKELPHeapObject {
-  public:
+public:
     CConversionManager();           // the first manager in the process creates the built-in stages
     ~CConversionManager() override; // the last one releases them
     CConversionManager(const CConversionManager&) = delete;
@@ -48,19 +50,22 @@ class CConversionManager : public IConversionManager, public CKELPHeapObject {
 
     // Runs a chain that the search found, from `in` to `out`: every stage but the last
     // into a temporary format and a buffer from `temporaries` (Convert passes the
-    // manager's own allocator), the last one into `out` through the caller's
-    // `allocator`. Temporaries are freed on every path; on success *outData belongs to
-    // the caller (or is inData when KXCONV_OUT_SHARED is set).
+    // manager's own allocator, through the blocks it keeps between runs), the last one into `out`
+    // through the caller's `allocator`. Temporaries are freed on every path; on success *outData
+    // belongs to the caller (or is inData when KXCONV_OUT_SHARED is set).
     KXRESULT RunChain(const std::vector<IConverter*>& chain, KXBMINFOHEADER* in, void* inData,
                       KXBMINFOHEADER* out, void** outData, uint32_t* flags, int32_t* quality,
                       IAllocator* allocator, IAllocator* temporaries);
 
     const std::list<IConverter*>& Converters() const { return m_converters; }
 
-  private:
+private:
     KXRESULT QueryOneSide(KXBMINFOHEADER* desc, bool input);
 
     CDualAllocator m_allocator;
+    // The intermediate images of Convert's runs: m_allocator, with frame-sized blocks
+    // kept from one run to the next.
+    CTempBlocks m_temporaries{&m_allocator};
     std::list<IConverter*> m_converters; // in call order; owned by nobody here
 };
 

@@ -175,7 +175,8 @@ KXRESULT CConversionManager::Convert(KXBMINFOHEADER* in, void* inData, KXBMINFOH
     if (!found || !allocator) return KXE_INVALID;
 
     KXRESULT result = RunChain(request.bestChain, in, inData, out, outData, flags, quality,
-                               allocator, &m_allocator);
+                               allocator, &m_temporaries);
+    m_temporaries.EndRun();
     NormalizeOutput(request);
     dbgPrintf(8, 4, L"CConversionManager::Convert: %d ms (%d ms list generation)\r\n",
               int(os::GetTickCount() - start), int(searchTime));
