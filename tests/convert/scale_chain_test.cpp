@@ -271,3 +271,47 @@ TEST(ScaleChain, CropThroughTheManagerKeepsItsRectangleOnlyWhenAsked) {
         caller.Free(outData);
     }
 }
+
+// The manager keeps frame-sized intermediate blocks between runs: whatever a run leaves
+// in them, the next run, of the same size or another, gives the bytes a fresh manager
+// gives.
+TEST(ScaleChain, FrameAfterFrameOneManagerGivesWhatAFreshOneGives) {
+    struct Frame {
+        KXBMINFOHEADERYUV in, out;
+        uint32_t seed;
+    };
+    const Frame frames[] = {
+        {Rgb(256, 128, 32, 1), Yuv(128, 64, 32, 2), 1},  // scale, colour
+        {Rgb(256, 128, 32, 1), Yuv(128, 64, 32, 2), 2},  // again, another picture
+        {Rgb(512, 256, 24), Yuv(256, 128, 32, 2), 3},    // depth, scale, colour
+        {Rgb(256, 128, 32, 1), Yuv(128, 64, 32, 2), 4},  // smaller again
+        {Rgb(300, 200, 32, 1), Rgb(160, 100, 32, 1), 5}, // a scale alone
+    };
+    auto run = [](IConversionManager* cm, const Frame& f, std::vector<uint8_t>* bytes) {
+        KXBMINFOHEADERYUV in = f.in, out = f.out;
+        std::vector<uint8_t> px(size_t(in.bmi.biSizeImage));
+        uint32_t s = f.seed;
+        for (uint8_t& b : px) {
+            s = s * 1103515245u + 12345u;
+            b = uint8_t(s >> 16);
+        }
+        TrackingAllocator caller;
+        void* outData = nullptr;
+        uint32_t flags = KXCONV_KEEP_INPUT;
+        int32_t q = 0;
+        ASSERT_EQ(cm->Convert(&in.bmi, px.data(), &out.bmi, &outData, &flags, &q, &caller), KX_OK);
+        const uint8_t* o = static_cast<const uint8_t*>(outData);
+        bytes->assign(o, o + out.bmi.biSizeImage);
+        caller.Free(outData);
+        EXPECT_EQ(caller.Live(), 0u);
+    };
+    BuiltIn kept;
+    for (const Frame& f : frames) {
+        SCOPED_TRACE(f.seed);
+        std::vector<uint8_t> again, fresh;
+        run(kept.cm, f, &again);
+        BuiltIn once;
+        run(once.cm, f, &fresh);
+        EXPECT_EQ(again, fresh);
+    }
+}
