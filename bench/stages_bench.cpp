@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include <kelp/kelp.h>
+#include <kelp/kxcsc.h>
 
 #include <cstring>
 #include <vector>
@@ -90,7 +91,16 @@ void BM_Deinterlace24(benchmark::State& state) {
 }
 BENCHMARK(BM_Deinterlace24)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
+// arg 0: no fit flag, as a caller that only names the formats: "Scale32" then places
+// the picture unscaled in the middle of the smaller frame (through the transform's
+// filter at scale 1), so that it crops; 1: KXCONV_FIT_FAST, the whole picture shrunk by
+// the transform's filter, the work the peers do; 2: KXCONV_FIT_GOOD, shrunk by the
+// nearest-neighbour mode.
 void BM_ChainRgb32ToYuv709Half(benchmark::State& state) {
+    static const uint32_t kFit[] = {0, KXCONV_FIT_FAST, KXCONV_FIT_GOOD};
+    static const char* const kLabels[] = {"no fit: centred crop", "fit FAST: filtered shrink",
+                                          "fit GOOD: nearest shrink"};
+    state.SetLabel(kLabels[state.range(0)]);
     kelp::IConversionManager* cm = KXCONVCreateConversionManager();
     cm->Init(KXCONV_VERSION, 0);
     KXBMINFOHEADERYUV in = Record(1920, 1080, 32), want = Record(960, 540, 32);
@@ -106,7 +116,7 @@ void BM_ChainRgb32ToYuv709Half(benchmark::State& state) {
     for (auto _ : state) {
         KXBMINFOHEADERYUV out = want;
         void* data = nullptr;
-        uint32_t flags = KXCONV_KEEP_INPUT;
+        uint32_t flags = KXCONV_KEEP_INPUT | kFit[state.range(0)];
         int32_t q = 0;
         if (KX_FAILED(cm->Convert(&in.bmi, src.data(), &out.bmi, &data, &flags, &q, &a))) {
             state.SkipWithError("no chain");
@@ -116,7 +126,57 @@ void BM_ChainRgb32ToYuv709Half(benchmark::State& state) {
     }
     cm->Release();
 }
-BENCHMARK(BM_ChainRgb32ToYuv709Half)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ChainRgb32ToYuv709Half)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+
+// The chain's time taken apart. arg 0: the search alone (a Query of the manager);
+// 1: the first stage's work, the transform placing the 1080p picture in 960x540 as
+// "Scale32" asks it (CenterFx2D, no fit flag: filter mode, scale 1); 2: the second
+// stage's work, the 709 conversion of the 960x540 picture; 3: the same conversion in
+// space 0, whose rows need no table lookups; 4: the first stage's work with
+// KXCONV_FIT_FAST, the transform shrinking the whole picture (ScaleFx2D, filter mode).
+void BM_ChainParts(benchmark::State& state) {
+    static const char* const kLabels[] = {"search", "Scale32 transform", "709 colour", "601 colour",
+                                          "Scale32 transform, fit FAST"};
+    state.SetLabel(kLabels[state.range(0)]);
+    KXBMINFOHEADERYUV in = Record(1920, 1080, 32), half = Record(960, 540, 32);
+    in.bmi.bmiAlpha = half.bmi.bmiAlpha = KXDIB_ALPHA_OPAQUE;
+    std::vector<uint8_t> src = Picture(in.bmi.biSizeImage), mid(half.bmi.biSizeImage),
+                         dst(half.bmi.biSizeImage);
+    if (state.range(0) == 0) {
+        kelp::IConversionManager* cm = KXCONVCreateConversionManager();
+        cm->Init(KXCONV_VERSION, 0);
+        KXBMINFOHEADERYUV want = half;
+        want.bmi.biSize = KXBMI_SIZE_YUV;
+        want.bmi.biCompression = KXBI_YUV;
+        want.bmi.bmiExtOffset = KXBMI_EXTOFFSET;
+        want.yuv.yuvColorSpace = 2;
+        want.yuv.yuvBits = 8;
+        want.yuv.yuvSampling = KXYUV_SAMPLING_444;
+        for (auto _ : state) {
+            KXBMINFOHEADERYUV out = want;
+            uint32_t flags = KXCONV_KEEP_INPUT;
+            int32_t q = 0;
+            benchmark::DoNotOptimize(cm->Query(&in.bmi, &out.bmi, &flags, &q));
+        }
+        cm->Release();
+    } else if (state.range(0) == 1) {
+        for (auto _ : state)
+            benchmark::DoNotOptimize(
+                kelp::CenterFx2D(&in.bmi, src.data(), &half.bmi, mid.data(), KXCONV_KEEP_INPUT));
+    } else if (state.range(0) == 4) {
+        for (auto _ : state)
+            benchmark::DoNotOptimize(kelp::ScaleFx2D(&in.bmi, src.data(), &half.bmi, mid.data(),
+                                                     false, false, true, false));
+    } else {
+        kelp::CKXCsc csc;
+        csc.Init(state.range(0) == 2 ? kelp::CKXCsc::CS_ITU709 : kelp::CKXCsc::CS_CCIR601);
+        mid = Picture(half.bmi.biSizeImage);
+        for (auto _ : state)
+            benchmark::DoNotOptimize(
+                csc.BGRToYUV444Meshed(mid.data(), dst.data(), 960, 540, 4, 960 * 4));
+    }
+}
+BENCHMARK(BM_ChainParts)->DenseRange(0, 4)->Unit(benchmark::kMillisecond);
 
 #if defined(KELP_BENCH_LIBYUV)
 void BM_LibyuvRgb24Scale(benchmark::State& state) {
@@ -186,6 +246,31 @@ void BM_PeersRgb32ToYuv709Half(benchmark::State& state) {
     sws_freeContext(ctx);
 }
 BENCHMARK(BM_PeersRgb32ToYuv709Half)->Unit(benchmark::kMillisecond);
+
+// The peers' two steps one at a time. arg 0: libyuv's bilinear ARGBScale; 1: swscale's
+// BGRA to 709 YUV 4:4:4 of the 960x540 picture.
+void BM_PeersParts(benchmark::State& state) {
+    state.SetLabel(state.range(0) ? "swscale 709 colour" : "libyuv scale");
+    std::vector<uint8_t> src = Picture(size_t(1920) * 4 * 1080),
+                         half = Picture(size_t(960) * 4 * 540);
+    std::vector<uint8_t> y(size_t(960) * 540), u(y.size()), v(y.size());
+    SwsContext* ctx = sws_getContext(960, 540, AV_PIX_FMT_BGRA, 960, 540, AV_PIX_FMT_YUV444P,
+                                     SWS_POINT, nullptr, nullptr, nullptr);
+    const int* coefs = sws_getCoefficients(SWS_CS_ITU709);
+    sws_setColorspaceDetails(ctx, coefs, 0, coefs, 0, 0, 1 << 16, 1 << 16);
+    const uint8_t* s[1] = {half.data()};
+    uint8_t* d[3] = {y.data(), u.data(), v.data()};
+    const int ss[1] = {960 * 4}, ds[3] = {960, 960, 960};
+    for (auto _ : state) {
+        if (state.range(0))
+            sws_scale(ctx, s, ss, 0, 540, d, ds);
+        else
+            libyuv::ARGBScale(src.data(), 1920 * 4, 1920, 1080, half.data(), 960 * 4, 960, 540,
+                              libyuv::kFilterBilinear);
+    }
+    sws_freeContext(ctx);
+}
+BENCHMARK(BM_PeersParts)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
 #endif
 #endif
 
