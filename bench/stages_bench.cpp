@@ -8,6 +8,7 @@
 #include <kelp/kxcsc.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "convert/scalers.h"
@@ -95,12 +96,11 @@ BENCHMARK(BM_Deinterlace24)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 // the picture unscaled in the middle of the smaller frame (through the transform's
 // filter at scale 1), so that it crops; 1: KXCONV_FIT_FAST, the whole picture shrunk by
 // the transform's filter, the work the peers do; 2: KXCONV_FIT_GOOD, shrunk by the
-// nearest-neighbour mode.
-void BM_ChainRgb32ToYuv709Half(benchmark::State& state) {
-    static const uint32_t kFit[] = {0, KXCONV_FIT_FAST, KXCONV_FIT_GOOD};
-    static const char* const kLabels[] = {"no fit: centred crop", "fit FAST: filtered shrink",
-                                          "fit GOOD: nearest shrink"};
-    state.SetLabel(kLabels[state.range(0)]);
+// nearest-neighbour mode. arg 1: 0 the best vector target of the machine, 1 at most
+// AVX2 (a host without AVX-512).
+// The chain through one manager, frame after frame, into buffers of `a`; `freeEach`: the
+// caller frees each result (else it keeps one frame buffer that `a` hands out again).
+void ChainFrames(benchmark::State& state, uint32_t fit, kelp::IAllocator* a, bool freeEach) {
     kelp::IConversionManager* cm = KXCONVCreateConversionManager();
     cm->Init(KXCONV_VERSION, 0);
     KXBMINFOHEADERYUV in = Record(1920, 1080, 32), want = Record(960, 540, 32);
@@ -112,32 +112,67 @@ void BM_ChainRgb32ToYuv709Half(benchmark::State& state) {
     want.yuv.yuvBits = 8;
     want.yuv.yuvSampling = KXYUV_SAMPLING_444;
     std::vector<uint8_t> src = Picture(in.bmi.biSizeImage);
-    kelp::CCppAllocator a;
+    void* kept = nullptr;
     for (auto _ : state) {
         KXBMINFOHEADERYUV out = want;
         void* data = nullptr;
-        uint32_t flags = KXCONV_KEEP_INPUT | kFit[state.range(0)];
+        uint32_t flags = KXCONV_KEEP_INPUT | fit;
         int32_t q = 0;
-        if (KX_FAILED(cm->Convert(&in.bmi, src.data(), &out.bmi, &data, &flags, &q, &a))) {
+        if (KX_FAILED(cm->Convert(&in.bmi, src.data(), &out.bmi, &data, &flags, &q, a))) {
             state.SkipWithError("no chain");
             break;
         }
-        a.Free(data);
+        if (freeEach)
+            a->Free(data);
+        else
+            kept = data;
     }
+    if (kept) a->Free(kept);
     cm->Release();
 }
-BENCHMARK(BM_ChainRgb32ToYuv709Half)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
 
-// The chain's time taken apart. arg 0: the search alone (a Query of the manager);
-// 1: the first stage's work, the transform placing the 1080p picture in 960x540 as
-// "Scale32" asks it (CenterFx2D, no fit flag: filter mode, scale 1); 2: the second
-// stage's work, the 709 conversion of the 960x540 picture; 3: the same conversion in
-// space 0, whose rows need no table lookups; 4: the first stage's work with
-// KXCONV_FIT_FAST, the transform shrinking the whole picture (ScaleFx2D, filter mode).
+void BM_ChainRgb32ToYuv709Half(benchmark::State& state) {
+    static const uint32_t kFit[] = {0, KXCONV_FIT_FAST, KXCONV_FIT_GOOD};
+    static const char* const kLabels[] = {"no fit: centred crop", "fit FAST: filtered shrink",
+                                          "fit GOOD: nearest shrink"};
+    kelp::MaskSimdTargets(state.range(1) ? kelp::SimdBit(kelp::kSimdAVX3) - 1 : ~0u);
+    state.SetLabel(std::string(kLabels[state.range(0)]) + ", " +
+                   kelp::SimdTargetName(kelp::BestSimdTarget()));
+    kelp::CCppAllocator a;
+    ChainFrames(state, kFit[state.range(0)], &a, true);
+    kelp::MaskSimdTargets(~0u);
+}
+BENCHMARK(BM_ChainRgb32ToYuv709Half)
+    ->ArgsProduct({{0, 1, 2}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
+
+// The caller's allocator for the result, no fit flag. arg 0: a CSingleAllocator that the
+// host keeps, as one frame buffer handed out again each frame; 1: CVirtAllocator, fresh
+// pages for each frame, freed after it (the process heap of the chain bench above keeps
+// freed memory by itself).
+void BM_ChainOutputAllocator(benchmark::State& state) {
+    state.SetLabel(state.range(0) ? "fresh pages each frame" : "one kept frame buffer");
+    kelp::CSingleAllocator single;
+    kelp::CVirtAllocator pages;
+    if (state.range(0))
+        ChainFrames(state, 0, &pages, true);
+    else
+        ChainFrames(state, 0, &single, false);
+}
+BENCHMARK(BM_ChainOutputAllocator)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
+
+// The chain's time taken apart; the second arg as for the chain. arg 0: the search
+// alone (a Query of the manager); 1: the first stage's work, the transform placing the 1080p
+// picture in 960x540 as "Scale32" asks it (CenterFx2D, no fit flag: filter mode, scale 1); 2: the
+// second stage's work, the 709 conversion of the 960x540 picture; 3: the same conversion in space
+// 0, whose rows need no table lookups; 4: the first stage's work with KXCONV_FIT_FAST, the
+// transform shrinking the whole picture (ScaleFx2D, filter mode).
 void BM_ChainParts(benchmark::State& state) {
     static const char* const kLabels[] = {"search", "Scale32 transform", "709 colour", "601 colour",
                                           "Scale32 transform, fit FAST"};
-    state.SetLabel(kLabels[state.range(0)]);
+    kelp::MaskSimdTargets(state.range(1) ? kelp::SimdBit(kelp::kSimdAVX3) - 1 : ~0u);
+    state.SetLabel(std::string(kLabels[state.range(0)]) + ", " +
+                   kelp::SimdTargetName(kelp::BestSimdTarget()));
     KXBMINFOHEADERYUV in = Record(1920, 1080, 32), half = Record(960, 540, 32);
     in.bmi.bmiAlpha = half.bmi.bmiAlpha = KXDIB_ALPHA_OPAQUE;
     std::vector<uint8_t> src = Picture(in.bmi.biSizeImage), mid(half.bmi.biSizeImage),
@@ -175,8 +210,9 @@ void BM_ChainParts(benchmark::State& state) {
             benchmark::DoNotOptimize(
                 csc.BGRToYUV444Meshed(mid.data(), dst.data(), 960, 540, 4, 960 * 4));
     }
+    kelp::MaskSimdTargets(~0u);
 }
-BENCHMARK(BM_ChainParts)->DenseRange(0, 4)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ChainParts)->ArgsProduct({{0, 1, 2, 3, 4}, {0, 1}})->Unit(benchmark::kMillisecond);
 
 #if defined(KELP_BENCH_LIBYUV)
 void BM_LibyuvRgb24Scale(benchmark::State& state) {
