@@ -87,37 +87,57 @@ HWY_INLINE hn::VFromD<DU8> Windows(const uint8_t* row, const uint32_t* base) {
 #endif
 }
 
-// Sums of quads k..k+n-1 of a plan, n blocks at a time (D: a full vector or one block).
-template <class D8, class Load>
-HWY_INLINE void SumQuads(D8 d8, const uint8_t* row, uint32_t* sums, const ColumnPlan& plan,
-                         size_t k, Load load) {
+// The plan's arrays, read into locals once a row (the stores to the sums could
+// otherwise alias them and make the loop read them again every step).
+struct Quads {
+    const uint32_t* baseA;
+    const uint32_t* baseB;
+    const uint8_t* shuffleA;
+    const uint8_t* shuffleB;
+    const int16_t* weights;
+};
+
+// Sums of the quads from k on, one a block (D8: a full vector or one block), from one
+// window a block, or two when `Two`.
+template <bool Two, class D8, class Load>
+HWY_INLINE void SumQuads(D8 d8, const uint8_t* row, int32_t* sums, const Quads& q, size_t k,
+                         Load load) {
     const hn::Repartition<int16_t, D8> d16;
     const hn::Repartition<int32_t, D8> d32;
     auto pairs =
-        hn::TableLookupBytesOr0(load(row, &plan.baseA[k]), hn::LoadU(d8, &plan.shuffleA[16 * k]));
-    if (plan.twoWindows)
-        pairs = hn::Or(pairs, hn::TableLookupBytesOr0(load(row, &plan.baseB[k]),
-                                                      hn::LoadU(d8, &plan.shuffleB[16 * k])));
+        hn::TableLookupBytesOr0(load(row, q.baseA + k), hn::LoadU(d8, q.shuffleA + 16 * k));
+    if (Two)
+        pairs = hn::Or(pairs, hn::TableLookupBytesOr0(load(row, q.baseB + k),
+                                                      hn::LoadU(d8, q.shuffleB + 16 * k)));
     auto unused = hn::Zero(d32);
     const auto t = hn::ReorderWidenMulAccumulate(
-        d32, hn::BitCast(d16, pairs), hn::LoadU(d16, &plan.weights[8 * k]), hn::Zero(d32), unused);
-    hn::StoreU(t, d32, reinterpret_cast<int32_t*>(sums) + 4 * k);
+        d32, hn::BitCast(d16, pairs), hn::LoadU(d16, q.weights + 8 * k), hn::Zero(d32), unused);
+    hn::StoreU(t, d32, sums + 4 * k);
 }
 
-void HorzSums(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan) {
-    const size_t quads = plan.quads;
+template <bool Two> void SumRow(const uint8_t* row, int32_t* sums, const Quads& q, size_t quads) {
     size_t k = 0;
     if (kBlocks > 1) {
         const auto wide = [](const uint8_t* r, const uint32_t* b)
                               HWY_ATTR { return Windows(r, b); };
         for (; k + kBlocks <= quads; k += kBlocks)
-            SumQuads(DU8(), row, sums, plan, k, wide);
+            SumQuads<Two>(DU8(), row, sums, q, k, wide);
     }
     const auto one = [](const uint8_t* r, const uint32_t* b)
                          HWY_ATTR { return hn::LoadU(B8(), r + b[0]); };
     for (; k < quads; ++k)
-        SumQuads(B8(), row, sums, plan, k, one);
-    HorzSumsFrom_C(row, sums, plan, 4 * quads);
+        SumQuads<Two>(B8(), row, sums, q, k, one);
+}
+
+void HorzSums(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan) {
+    const Quads q = {plan.baseA.data(), plan.baseB.data(), plan.shuffleA.data(),
+                     plan.shuffleB.data(), plan.weights.data()};
+    int32_t* out = reinterpret_cast<int32_t*>(sums);
+    if (plan.twoWindows)
+        SumRow<true>(row, out, q, plan.quads);
+    else
+        SumRow<false>(row, out, q, plan.quads);
+    HorzSumsFrom_C(row, sums, plan, 4 * plan.quads);
 }
 
 void VertSums(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
