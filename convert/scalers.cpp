@@ -75,6 +75,9 @@ bool ScaleRoute(const scalerows::Kernels& k, const uint8_t* src, uint8_t* dst,
         const uint32_t* top = sums(v.offset, SIZE_MAX);
         if (y == 0 || y == dstH - 1) {
             k.vertSums(top, top, d, bytes, 0, 2048);
+        } else if (v.next == 0) {
+            // The next line weighs nothing: its sums are not needed.
+            k.vertSums(top, top, d, bytes, 0, v.cur);
         } else {
             // A source of one line has the next weight 0 everywhere.
             const size_t below = v.offset < lastLine ? v.offset + lineStep : v.offset;
