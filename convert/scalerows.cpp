@@ -97,6 +97,12 @@ void HorzSums_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan) {
     HorzSumsFrom_C(row, sums, plan, 0);
 }
 
+void HorzSumsPair_C(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0, uint32_t* sums1,
+                    const ColumnPlan& plan) {
+    HorzSumsFrom_C(row0, sums0, plan, 0);
+    HorzSumsFrom_C(row1, sums1, plan, 0);
+}
+
 void VertSums_C(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
                 int32_t wNext, int32_t wCur) {
     const uint32_t wn = uint32_t(wNext), wc = uint32_t(wCur);
@@ -254,8 +260,8 @@ bool BuildPickPlan(PickPlan& plan, const int32_t* cols, int32_t width, int bpp) 
 }
 
 namespace {
-const Kernels kPlain = {"plain",   HorzRow_C,  BilinearRow_C, BlendRow_C,
-                        PickRow_C, HorzSums_C, VertSums_C,    PickPlanned_C};
+const Kernels kPlain = {"plain",    HorzRow_C,      BilinearRow_C, BlendRow_C,   PickRow_C,
+                        HorzSums_C, HorzSumsPair_C, VertSums_C,    PickPlanned_C};
 } // namespace
 
 const Kernels& PlainKernels() {

@@ -76,6 +76,9 @@ bool BuildColumnPlan(ColumnPlan& plan, const LineWeight* cols, int32_t width, in
 // One row of sums (width * bpp of them) from a source row. Reads the row's bytes up to
 // lastOffset + bpp.
 typedef void (*HorzSumsFn)(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan);
+// Two rows of sums at once, of `row0` into `sums0` and of `row1` into `sums1`.
+typedef void (*HorzSumsPairFn)(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0,
+                               uint32_t* sums1, const ColumnPlan& plan);
 // dst[i] := (top[i] wCur + bottom[i] wNext) >> 22, in 32-bit unsigned arithmetic, low
 // byte kept. `top` and `bottom` may be the same row.
 typedef void (*VertSumsFn)(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
@@ -106,6 +109,7 @@ struct Kernels {
     BlendRowFn blend;
     PickRowFn pick;
     HorzSumsFn horzSums;
+    HorzSumsPairFn horzSumsPair;
     VertSumsFn vertSums;
     PickPlannedFn pickPlanned;
 };
@@ -126,6 +130,8 @@ void BlendRow_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, size_t by
                 int32_t wCur);
 void PickRow_C(const uint8_t* src, uint8_t* dst, const int32_t* cols, int32_t width, int bpp);
 void HorzSums_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan);
+void HorzSumsPair_C(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0, uint32_t* sums1,
+                    const ColumnPlan& plan);
 // The sums of the output bytes from `first` on (the tails of the vector forms).
 void HorzSumsFrom_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan, size_t first);
 void VertSums_C(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,

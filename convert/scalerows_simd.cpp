@@ -99,46 +99,75 @@ struct Quads {
 };
 
 // Sums of the quads from k on, one a block (D8: a full vector or one block), from one
-// window a block, or two when `Two`.
-template <bool Two, class D8, class Load>
-HWY_INLINE void SumQuads(D8 d8, const uint8_t* row, int32_t* sums, const Quads& q, size_t k,
-                         Load load) {
+// window a block, or two when `Two`; of two rows at once when `Pair` (the plan's
+// shuffles and weights read once for both).
+template <bool Two, bool Pair, class D8, class Load>
+HWY_INLINE void SumQuads(D8 d8, const uint8_t* row0, const uint8_t* row1, int32_t* sums0,
+                         int32_t* sums1, const Quads& q, size_t k, Load load) {
     const hn::Repartition<int16_t, D8> d16;
     const hn::Repartition<int32_t, D8> d32;
-    auto pairs =
-        hn::TableLookupBytesOr0(load(row, q.baseA + k), hn::LoadU(d8, q.shuffleA + 16 * k));
-    if (Two)
-        pairs = hn::Or(pairs, hn::TableLookupBytesOr0(load(row, q.baseB + k),
-                                                      hn::LoadU(d8, q.shuffleB + 16 * k)));
+    const auto shuffleA = hn::LoadU(d8, q.shuffleA + 16 * k);
+    const auto weights = hn::LoadU(d16, q.weights + 8 * k);
+    auto pairs0 = hn::TableLookupBytesOr0(load(row0, q.baseA + k), shuffleA);
+    auto pairs1 = pairs0;
+    if (Pair) pairs1 = hn::TableLookupBytesOr0(load(row1, q.baseA + k), shuffleA);
+    if (Two) {
+        const auto shuffleB = hn::LoadU(d8, q.shuffleB + 16 * k);
+        pairs0 = hn::Or(pairs0, hn::TableLookupBytesOr0(load(row0, q.baseB + k), shuffleB));
+        if (Pair)
+            pairs1 = hn::Or(pairs1, hn::TableLookupBytesOr0(load(row1, q.baseB + k), shuffleB));
+    }
     auto unused = hn::Zero(d32);
-    const auto t = hn::ReorderWidenMulAccumulate(
-        d32, hn::BitCast(d16, pairs), hn::LoadU(d16, q.weights + 8 * k), hn::Zero(d32), unused);
-    hn::StoreU(t, d32, sums + 4 * k);
+    const auto t0 = hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs0), weights,
+                                                  hn::Zero(d32), unused);
+    if (Pair) {
+        const auto t1 = hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs1), weights,
+                                                      hn::Zero(d32), unused);
+        hn::StoreU(t1, d32, sums1 + 4 * k);
+    }
+    hn::StoreU(t0, d32, sums0 + 4 * k);
 }
 
-template <bool Two> void SumRow(const uint8_t* row, int32_t* sums, const Quads& q, size_t quads) {
+template <bool Two, bool Pair>
+void SumRows(const uint8_t* row0, const uint8_t* row1, int32_t* sums0, int32_t* sums1,
+             const Quads& q, size_t quads) {
     size_t k = 0;
     if (kBlocks > 1) {
         const auto wide = [](const uint8_t* r, const uint32_t* b)
                               HWY_ATTR { return Windows(r, b); };
         for (; k + kBlocks <= quads; k += kBlocks)
-            SumQuads<Two>(DU8(), row, sums, q, k, wide);
+            SumQuads<Two, Pair>(DU8(), row0, row1, sums0, sums1, q, k, wide);
     }
     const auto one = [](const uint8_t* r, const uint32_t* b)
                          HWY_ATTR { return hn::LoadU(B8(), r + b[0]); };
     for (; k < quads; ++k)
-        SumQuads<Two>(B8(), row, sums, q, k, one);
+        SumQuads<Two, Pair>(B8(), row0, row1, sums0, sums1, q, k, one);
+}
+
+Quads QuadsOf(const ColumnPlan& plan) {
+    return Quads{plan.baseA.data(), plan.baseB.data(), plan.shuffleA.data(), plan.shuffleB.data(),
+                 plan.weights.data()};
 }
 
 void HorzSums(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan) {
-    const Quads q = {plan.baseA.data(), plan.baseB.data(), plan.shuffleA.data(),
-                     plan.shuffleB.data(), plan.weights.data()};
     int32_t* out = reinterpret_cast<int32_t*>(sums);
     if (plan.twoWindows)
-        SumRow<true>(row, out, q, plan.quads);
+        SumRows<true, false>(row, row, out, out, QuadsOf(plan), plan.quads);
     else
-        SumRow<false>(row, out, q, plan.quads);
+        SumRows<false, false>(row, row, out, out, QuadsOf(plan), plan.quads);
     HorzSumsFrom_C(row, sums, plan, 4 * plan.quads);
+}
+
+void HorzSumsPair(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0, uint32_t* sums1,
+                  const ColumnPlan& plan) {
+    int32_t* out0 = reinterpret_cast<int32_t*>(sums0);
+    int32_t* out1 = reinterpret_cast<int32_t*>(sums1);
+    if (plan.twoWindows)
+        SumRows<true, true>(row0, row1, out0, out1, QuadsOf(plan), plan.quads);
+    else
+        SumRows<false, true>(row0, row1, out0, out1, QuadsOf(plan), plan.quads);
+    HorzSumsFrom_C(row0, sums0, plan, 4 * plan.quads);
+    HorzSumsFrom_C(row1, sums1, plan, 4 * plan.quads);
 }
 
 void VertSums(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
@@ -209,6 +238,7 @@ constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME,
                               AnyBlend,
                               PickRow_C,
                               HorzSums,
+                              HorzSumsPair,
                               VertSums,
                               PickPlanned};
 

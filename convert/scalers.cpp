@@ -72,18 +72,22 @@ bool ScaleRoute(const scalerows::Kernels& k, const uint8_t* src, uint8_t* dst,
     for (size_t y = 0; y < dstH; ++y) {
         const LineWeight& v = lines[y];
         uint8_t* d = dst + y * dstRow;
-        const uint32_t* top = sums(v.offset, SIZE_MAX);
-        if (y == 0 || y == dstH - 1) {
-            k.vertSums(top, top, d, bytes, 0, 2048);
-        } else if (v.next == 0) {
-            // The next line weighs nothing: its sums are not needed.
-            k.vertSums(top, top, d, bytes, 0, v.cur);
-        } else {
-            // A source of one line has the next weight 0 everywhere.
-            const size_t below = v.offset < lastLine ? v.offset + lineStep : v.offset;
-            const uint32_t* bottom = sums(below, v.offset);
-            k.vertSums(top, bottom, d, bytes, v.next, v.cur);
+        // A source of one line has the next weight 0 everywhere; a next weight of 0
+        // needs no sums of the next line.
+        const size_t below = v.offset < lastLine ? v.offset + lineStep : v.offset;
+        const bool both = y > 0 && y < dstH - 1 && v.next != 0;
+        if (both && below != v.offset && made[0] != v.offset && made[1] != v.offset &&
+            made[0] != below && made[1] != below) {
+            // Two new lines: made together, the plan read once for both.
+            k.horzSumsPair(src + v.offset, src + below, rows[0].data(), rows[1].data(), plan);
+            made[0] = v.offset;
+            made[1] = below;
         }
+        const uint32_t* top = sums(v.offset, SIZE_MAX);
+        if (!both)
+            k.vertSums(top, top, d, bytes, 0, y == 0 || y == dstH - 1 ? 2048 : v.cur);
+        else
+            k.vertSums(top, sums(below, v.offset), d, bytes, v.next, v.cur);
         ZeroTail(d, bytes, dstRow);
     }
     return true;

@@ -402,3 +402,36 @@ TEST(ScalePixels, EveryTargetScalesAndDeinterlacesLikeThePlainRows) {
         }
     }
 }
+
+TEST(ScalePixels, RandomSizesScaleAlikeOnEveryTarget) {
+    // Many small pictures of random sizes, depths and field modes: every target against
+    // the plain one, source and output ending at unreadable pages.
+    std::mt19937 rng(10);
+    for (int i = 0; i < 150; ++i) {
+        const int32_t inW = int32_t(1 + rng() % 90), inH = int32_t(1 + rng() % 12);
+        const int32_t outW = int32_t(1 + rng() % 90), outH = int32_t(1 + rng() % 12);
+        const uint16_t bits = rng() % 2 ? 24 : 32;
+        const bool fields = rng() % 3 == 0, deinterlace = fields && rng() % 2, swap = rng() % 2;
+        KXBMINFOHEADERYUV in = MakeRgb(inW, inH, bits), out = MakeRgb(outW, outH, bits);
+        in.bmi.bmiFrame = fields ? 0 : 1;
+        GuardedBuffer src(in.bmi.biSizeImage);
+        src.Random(rng);
+        for (ScaleFn fn : {ScaleGood, ScaleFast}) {
+            Bytes want(out.bmi.biSizeImage);
+            bool wantOk;
+            {
+                kelptest::SimdMask plain(SimdBit(kSimdPlain));
+                wantOk = fn(&in.bmi, src.data(), &out.bmi, want.data(), deinterlace, swap);
+            }
+            kelptest::ForEachSimdTarget([&](int) {
+                GuardedBuffer dst(out.bmi.biSizeImage);
+                dst.Fill(0xEE);
+                ASSERT_EQ(fn(&in.bmi, src.data(), &out.bmi, dst.data(), deinterlace, swap), wantOk);
+                if (wantOk) {
+                    ASSERT_EQ(dst.Copy(), want)
+                        << inW << "x" << inH << " to " << outW << "x" << outH << " at " << bits;
+                }
+            });
+        }
+    }
+}

@@ -97,7 +97,7 @@ struct Row {
 
 } // namespace
 
-TEST(ScaleRows, HorzSumsEqualPlainAtRealScalesAndUnalignedStarts) {
+TEST(ScaleRows, HorzSumsOfOneOrTwoRowsEqualPlainAtRealScalesAndUnalignedStarts) {
     std::mt19937 rng(5);
     kelptest::ForEachSimdTarget([&](int target) {
         EXPECT_STREQ(Current().name, SimdTargetName(target));
@@ -118,6 +118,16 @@ TEST(ScaleRows, HorzSumsEqualPlainAtRealScalesAndUnalignedStarts) {
                     Current().horzSums(row.p, got, plan);
                     ASSERT_EQ(std::vector<uint32_t>(got, got + n), want)
                         << Current().name << " " << bpp << " " << s.src << "->" << s.dst;
+                    // Two rows at once: this one and another at another start.
+                    Row other(rng, size_t(s.src) * size_t(bpp), 3 - start);
+                    std::vector<uint32_t> want2(n);
+                    HorzSums_C(other.p, want2.data(), plan);
+                    GuardedBuffer out2(4 * n);
+                    uint32_t* got2 = reinterpret_cast<uint32_t*>(out2.data());
+                    out.Fill(0);
+                    Current().horzSumsPair(row.p, other.p, got, got2, plan);
+                    ASSERT_EQ(std::vector<uint32_t>(got, got + n), want) << "pair";
+                    ASSERT_EQ(std::vector<uint32_t>(got2, got2 + n), want2) << "pair";
                 }
             }
     });
