@@ -75,22 +75,37 @@ void PickRow_C(const uint8_t* src, uint8_t* dst, const int32_t* cols, int32_t wi
     }
 }
 
+namespace {
+
+// The horizontal sum of output byte j.
+inline uint32_t SumAt(const uint8_t* row, const ColumnPlan& plan, size_t j) {
+    const size_t bpp = size_t(plan.bpp), x = j / bpp, c = j % bpp;
+    if (x == 0) return uint32_t(row[c]) * 2048u;
+    if (x == size_t(plan.width - 1)) return uint32_t(row[plan.cols[x].offset + c]) * 2048u;
+    const LineWeight& h = plan.cols[x];
+    const size_t o = h.offset, o1 = o < plan.lastOffset ? o + bpp : o;
+    return uint32_t(row[o + c]) * uint32_t(h.cur) + uint32_t(row[o1 + c]) * uint32_t(h.next);
+}
+
+} // namespace
+
 void HorzSumsFrom_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan, size_t first) {
-    const size_t bpp = size_t(plan.bpp), bytes = size_t(plan.width) * bpp;
-    const size_t last = size_t(plan.width - 1);
-    for (size_t j = first; j < bytes; ++j) {
-        const size_t x = j / bpp, c = j % bpp;
-        if (x == 0) {
-            sums[j] = uint32_t(row[c]) * 2048u;
-        } else if (x == last) {
-            sums[j] = uint32_t(row[plan.cols[x].offset + c]) * 2048u;
-        } else {
-            const LineWeight& h = plan.cols[x];
-            const size_t o = h.offset, o1 = o < plan.lastOffset ? o + bpp : o;
-            sums[j] =
-                uint32_t(row[o + c]) * uint32_t(h.cur) + uint32_t(row[o1 + c]) * uint32_t(h.next);
-        }
-    }
+    const size_t bytes = size_t(plan.width) * size_t(plan.bpp);
+    for (size_t j = first; j < bytes; ++j)
+        sums[j] = SumAt(row, plan, j);
+}
+
+void LineFrom_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
+                int32_t wNext, int32_t wCur, size_t first) {
+    const size_t bytes = size_t(plan.width) * size_t(plan.bpp);
+    const uint32_t wn = uint32_t(wNext), wc = uint32_t(wCur);
+    for (size_t j = first; j < bytes; ++j)
+        dst[j] = uint8_t((SumAt(cur, plan, j) * wc + SumAt(next, plan, j) * wn) >> 22);
+}
+
+void Line_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
+            int32_t wNext, int32_t wCur) {
+    LineFrom_C(cur, next, dst, plan, wNext, wCur, 0);
 }
 
 void HorzSums_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan) {
@@ -260,8 +275,8 @@ bool BuildPickPlan(PickPlan& plan, const int32_t* cols, int32_t width, int bpp) 
 }
 
 namespace {
-const Kernels kPlain = {"plain",    HorzRow_C,      BilinearRow_C, BlendRow_C,   PickRow_C,
-                        HorzSums_C, HorzSumsPair_C, VertSums_C,    PickPlanned_C};
+const Kernels kPlain = {"plain",    HorzRow_C,      BilinearRow_C, BlendRow_C, PickRow_C,
+                        HorzSums_C, HorzSumsPair_C, VertSums_C,    Line_C,     PickPlanned_C};
 } // namespace
 
 const Kernels& PlainKernels() {

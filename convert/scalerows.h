@@ -84,6 +84,12 @@ typedef void (*HorzSumsPairFn)(const uint8_t* row0, const uint8_t* row1, uint32_
 typedef void (*VertSumsFn)(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
                            int32_t wNext, int32_t wCur);
 
+// Both passes at once, for a line whose source lines serve no other: dst[i] := the
+// vertical blend of the sums of `cur` and `next` at i (VertSumsFn), no row of sums kept.
+// `next` may be `cur`.
+typedef void (*LineFn)(const uint8_t* cur, const uint8_t* next, uint8_t* dst,
+                       const ColumnPlan& plan, int32_t wNext, int32_t wCur);
+
 // Nearest neighbour through a plan: for each 16 output bytes (a unit), two 16-byte
 // windows of the source row and the byte shuffles that take the unit's first and last
 // 8 bytes from them.
@@ -111,6 +117,7 @@ struct Kernels {
     HorzSumsFn horzSums;
     HorzSumsPairFn horzSumsPair;
     VertSumsFn vertSums;
+    LineFn line;
     PickPlannedFn pickPlanned;
 };
 
@@ -136,6 +143,11 @@ void HorzSumsPair_C(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0, u
 void HorzSumsFrom_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan, size_t first);
 void VertSums_C(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
                 int32_t wNext, int32_t wCur);
+void Line_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
+            int32_t wNext, int32_t wCur);
+// The bytes of a line from `first` on (the tails of the vector forms).
+void LineFrom_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
+                int32_t wNext, int32_t wCur, size_t first);
 void PickPlanned_C(const uint8_t* src, uint8_t* dst, const PickPlan& plan);
 
 // The vector table of a target, or null where none was compiled (scalerows_simd.cpp).

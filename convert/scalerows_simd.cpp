@@ -170,6 +170,86 @@ void HorzSumsPair(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0, uin
     HorzSumsFrom_C(row1, sums1, plan, 4 * plan.quads);
 }
 
+// How a line's two rows of sums are blended (VertSums): the top row alone (wN 0, wC
+// 2048), a pair of weights adding up to 2048, any weights.
+enum Blend { kTopOnly, kWeightPair, kAnyWeights };
+
+// Bytes of the quads from k on of a line, both passes at once (as SumQuads, then the
+// vertical blend of VertSums on the sums in registers).
+template <bool Two, int Mode, class D8, class Load>
+HWY_INLINE void LineQuads(D8 d8, const uint8_t* cur, const uint8_t* next, uint8_t* dst,
+                          const Quads& q, size_t k, Load load, uint32_t wNext, uint32_t wCur) {
+    const hn::Repartition<int16_t, D8> d16;
+    const hn::Repartition<int32_t, D8> d32;
+    const hn::Repartition<uint32_t, D8> du32;
+    const hn::Rebind<uint8_t, decltype(d32)> dout;
+    constexpr bool kBoth = Mode != kTopOnly;
+    const auto shuffleA = hn::LoadU(d8, q.shuffleA + 16 * k);
+    const auto weights = hn::LoadU(d16, q.weights + 8 * k);
+    auto pairs0 = hn::TableLookupBytesOr0(load(cur, q.baseA + k), shuffleA);
+    auto pairs1 = pairs0;
+    if (kBoth) pairs1 = hn::TableLookupBytesOr0(load(next, q.baseA + k), shuffleA);
+    if (Two) {
+        const auto shuffleB = hn::LoadU(d8, q.shuffleB + 16 * k);
+        pairs0 = hn::Or(pairs0, hn::TableLookupBytesOr0(load(cur, q.baseB + k), shuffleB));
+        if (kBoth)
+            pairs1 = hn::Or(pairs1, hn::TableLookupBytesOr0(load(next, q.baseB + k), shuffleB));
+    }
+    auto unused = hn::Zero(d32);
+    const auto top =
+        hn::BitCast(du32, hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs0), weights,
+                                                        hn::Zero(d32), unused));
+    auto sum = hn::ShiftLeft<11>(top);
+    if (kBoth) {
+        const auto bottom =
+            hn::BitCast(du32, hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs1), weights,
+                                                            hn::Zero(d32), unused));
+        if (Mode == kWeightPair)
+            sum = hn::Add(sum, hn::Mul(hn::Sub(bottom, top), hn::Set(du32, wNext)));
+        else
+            sum = hn::Add(hn::Mul(top, hn::Set(du32, wCur)), hn::Mul(bottom, hn::Set(du32, wNext)));
+    }
+    const auto v = hn::And(hn::ShiftRight<22>(sum), hn::Set(du32, 0xFFu));
+    hn::StoreU(hn::DemoteTo(dout, hn::BitCast(d32, v)), dout, dst + 4 * k);
+}
+
+template <bool Two, int Mode>
+void LineRows(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const Quads& q, size_t quads,
+              uint32_t wNext, uint32_t wCur) {
+    size_t k = 0;
+    if (kBlocks > 1) {
+        const auto wide = [](const uint8_t* r, const uint32_t* b)
+                              HWY_ATTR { return Windows(r, b); };
+        for (; k + kBlocks <= quads; k += kBlocks)
+            LineQuads<Two, Mode>(DU8(), cur, next, dst, q, k, wide, wNext, wCur);
+    }
+    const auto one = [](const uint8_t* r, const uint32_t* b)
+                         HWY_ATTR { return hn::LoadU(B8(), r + b[0]); };
+    for (; k < quads; ++k)
+        LineQuads<Two, Mode>(B8(), cur, next, dst, q, k, one, wNext, wCur);
+}
+
+template <int Mode>
+void LineOf(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
+            uint32_t wNext, uint32_t wCur) {
+    if (plan.twoWindows)
+        LineRows<true, Mode>(cur, next, dst, QuadsOf(plan), plan.quads, wNext, wCur);
+    else
+        LineRows<false, Mode>(cur, next, dst, QuadsOf(plan), plan.quads, wNext, wCur);
+}
+
+void Line(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
+          int32_t wNext, int32_t wCur) {
+    const uint32_t wn = uint32_t(wNext), wc = uint32_t(wCur);
+    if (wn == 0 && wc == 2048)
+        LineOf<kTopOnly>(cur, next, dst, plan, wn, wc);
+    else if (wn + wc == 2048)
+        LineOf<kWeightPair>(cur, next, dst, plan, wn, wc);
+    else
+        LineOf<kAnyWeights>(cur, next, dst, plan, wn, wc);
+    LineFrom_C(cur, next, dst, plan, wNext, wCur, 4 * plan.quads);
+}
+
 void VertSums(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
               int32_t wNext, int32_t wCur) {
     const DU32 d32;
@@ -240,6 +320,7 @@ constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME,
                               HorzSums,
                               HorzSumsPair,
                               VertSums,
+                              Line,
                               PickPlanned};
 
 #endif // KELP_SIMD_VECTOR_PASS

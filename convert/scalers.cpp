@@ -69,6 +69,7 @@ bool ScaleRoute(const scalerows::Kernels& k, const uint8_t* src, uint8_t* dst,
         made[i] = offset;
         return rows[i].data();
     };
+    auto cached = [&](size_t offset) { return made[0] == offset || made[1] == offset; };
     for (size_t y = 0; y < dstH; ++y) {
         const LineWeight& v = lines[y];
         uint8_t* d = dst + y * dstRow;
@@ -76,18 +77,27 @@ bool ScaleRoute(const scalerows::Kernels& k, const uint8_t* src, uint8_t* dst,
         // needs no sums of the next line.
         const size_t below = v.offset < lastLine ? v.offset + lineStep : v.offset;
         const bool both = y > 0 && y < dstH - 1 && v.next != 0;
-        if (both && below != v.offset && made[0] != v.offset && made[1] != v.offset &&
-            made[0] != below && made[1] != below) {
-            // Two new lines: made together, the plan read once for both.
-            k.horzSumsPair(src + v.offset, src + below, rows[0].data(), rows[1].data(), plan);
-            made[0] = v.offset;
-            made[1] = below;
+        const int32_t wNext = both ? v.next : 0;
+        const int32_t wCur = y == 0 || y == dstH - 1 ? 2048 : v.cur;
+        // Lines that the next output line reads too are worth keeping as sums; a line
+        // pair that serves this output line alone is made in one pass, nothing kept.
+        const size_t after = y + 1 < dstH ? lines[y + 1].offset : SIZE_MAX;
+        const bool shared = after == v.offset || (both && after == below);
+        if (!shared && !cached(v.offset) && !(both && cached(below))) {
+            k.line(src + v.offset, src + (both ? below : v.offset), d, plan, wNext, wCur);
+        } else if (!both) {
+            const uint32_t* top = sums(v.offset, SIZE_MAX);
+            k.vertSums(top, top, d, bytes, 0, wCur);
+        } else {
+            if (!cached(v.offset) && !cached(below) && below != v.offset) {
+                // Two new lines: made together, the plan read once for both.
+                k.horzSumsPair(src + v.offset, src + below, rows[0].data(), rows[1].data(), plan);
+                made[0] = v.offset;
+                made[1] = below;
+            }
+            const uint32_t* top = sums(v.offset, SIZE_MAX);
+            k.vertSums(top, sums(below, v.offset), d, bytes, wNext, wCur);
         }
-        const uint32_t* top = sums(v.offset, SIZE_MAX);
-        if (!both)
-            k.vertSums(top, top, d, bytes, 0, y == 0 || y == dstH - 1 ? 2048 : v.cur);
-        else
-            k.vertSums(top, sums(below, v.offset), d, bytes, v.next, v.cur);
         ZeroTail(d, bytes, dstRow);
     }
     return true;

@@ -181,11 +181,22 @@ TEST(ScaleRows, TheTwoPassesGiveTheBytesOfThePlainRows) {
                 HorzRow_C(cur.p, want.data(), cols.data(), s.dst, bpp, last);
                 Current().vertSums(top.data(), top.data(), got.data(), n, 0, 2048);
                 ASSERT_EQ(got, want) << Current().name << " horz " << s.src << "->" << s.dst;
+                GuardedBuffer line(n); // both passes at once, into a guarded line
+                Current().line(cur.p, cur.p, line.data(), plan, 0, 2048);
+                ASSERT_EQ(line.Copy(), want) << Current().name << " one pass";
                 for (int32_t w : {0, 1, 683, 1024, 2047}) {
                     BilinearRow_C(cur.p, next.p, want.data(), cols.data(), s.dst, bpp, last, w,
                                   2048 - w);
                     Current().vertSums(top.data(), bottom.data(), got.data(), n, w, 2048 - w);
                     ASSERT_EQ(got, want) << Current().name << " " << s.src << "->" << s.dst;
+                    Current().line(cur.p, next.p, line.data(), plan, w, 2048 - w);
+                    ASSERT_EQ(line.Copy(), want) << Current().name << " one pass " << w;
+                }
+                // Weights of any sum: the plain line's bytes.
+                for (int32_t w : {700, -5}) {
+                    Line_C(cur.p, next.p, want.data(), plan, w, 900);
+                    Current().line(cur.p, next.p, line.data(), plan, w, 900);
+                    ASSERT_EQ(line.Copy(), want) << Current().name << " one pass " << w;
                 }
             }
     });
