@@ -95,27 +95,25 @@ void HorzSumsFrom_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan, 
         sums[j] = SumAt(row, plan, j);
 }
 
-void LineFrom_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
-                int32_t wNext, int32_t wCur, size_t first) {
+void LineFrom_C(const uint32_t* topSums, const uint8_t* cur, const uint8_t* next, uint8_t* dst,
+                uint32_t* keep, const ColumnPlan& plan, int32_t wNext, int32_t wCur, size_t first) {
     const size_t bytes = size_t(plan.width) * size_t(plan.bpp);
     const uint32_t wn = uint32_t(wNext), wc = uint32_t(wCur);
-    for (size_t j = first; j < bytes; ++j)
-        dst[j] = uint8_t((SumAt(cur, plan, j) * wc + SumAt(next, plan, j) * wn) >> 22);
+    for (size_t j = first; j < bytes; ++j) {
+        const uint32_t top = topSums ? topSums[j] : SumAt(cur, plan, j);
+        const uint32_t bottom = SumAt(next, plan, j);
+        if (keep) keep[j] = bottom;
+        dst[j] = uint8_t((top * wc + bottom * wn) >> 22);
+    }
 }
 
-void Line_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
-            int32_t wNext, int32_t wCur) {
-    LineFrom_C(cur, next, dst, plan, wNext, wCur, 0);
+void Line_C(const uint32_t* topSums, const uint8_t* cur, const uint8_t* next, uint8_t* dst,
+            uint32_t* keep, const ColumnPlan& plan, int32_t wNext, int32_t wCur) {
+    LineFrom_C(topSums, cur, next, dst, keep, plan, wNext, wCur, 0);
 }
 
 void HorzSums_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan) {
     HorzSumsFrom_C(row, sums, plan, 0);
-}
-
-void HorzSumsPair_C(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0, uint32_t* sums1,
-                    const ColumnPlan& plan) {
-    HorzSumsFrom_C(row0, sums0, plan, 0);
-    HorzSumsFrom_C(row1, sums1, plan, 0);
 }
 
 void VertSums_C(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
@@ -275,8 +273,8 @@ bool BuildPickPlan(PickPlan& plan, const int32_t* cols, int32_t width, int bpp) 
 }
 
 namespace {
-const Kernels kPlain = {"plain",    HorzRow_C,      BilinearRow_C, BlendRow_C, PickRow_C,
-                        HorzSums_C, HorzSumsPair_C, VertSums_C,    Line_C,     PickPlanned_C};
+const Kernels kPlain = {"plain",    HorzRow_C,  BilinearRow_C, BlendRow_C,   PickRow_C,
+                        HorzSums_C, VertSums_C, Line_C,        PickPlanned_C};
 } // namespace
 
 const Kernels& PlainKernels() {

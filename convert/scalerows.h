@@ -76,19 +76,18 @@ bool BuildColumnPlan(ColumnPlan& plan, const LineWeight* cols, int32_t width, in
 // One row of sums (width * bpp of them) from a source row. Reads the row's bytes up to
 // lastOffset + bpp.
 typedef void (*HorzSumsFn)(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan);
-// Two rows of sums at once, of `row0` into `sums0` and of `row1` into `sums1`.
-typedef void (*HorzSumsPairFn)(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0,
-                               uint32_t* sums1, const ColumnPlan& plan);
 // dst[i] := (top[i] wCur + bottom[i] wNext) >> 22, in 32-bit unsigned arithmetic, low
 // byte kept. `top` and `bottom` may be the same row.
 typedef void (*VertSumsFn)(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
                            int32_t wNext, int32_t wCur);
 
-// Both passes at once, for a line whose source lines serve no other: dst[i] := the
-// vertical blend of the sums of `cur` and `next` at i (VertSumsFn), no row of sums kept.
-// `next` may be `cur`.
-typedef void (*LineFn)(const uint8_t* cur, const uint8_t* next, uint8_t* dst,
-                       const ColumnPlan& plan, int32_t wNext, int32_t wCur);
+// Both passes at once: dst[i] := the vertical blend (VertSumsFn) of the sums of `cur`
+// and of `next` at i. The sums of `cur` are read from `topSums` instead where that is
+// not null (and `cur` is not read); those of `next` are written to `keep` where that is
+// not null, for the output lines after. `next` may be `cur`.
+typedef void (*LineFn)(const uint32_t* topSums, const uint8_t* cur, const uint8_t* next,
+                       uint8_t* dst, uint32_t* keep, const ColumnPlan& plan, int32_t wNext,
+                       int32_t wCur);
 
 // Nearest neighbour through a plan: for each 16 output bytes (a unit), two 16-byte
 // windows of the source row and the byte shuffles that take the unit's first and last
@@ -115,7 +114,6 @@ struct Kernels {
     BlendRowFn blend;
     PickRowFn pick;
     HorzSumsFn horzSums;
-    HorzSumsPairFn horzSumsPair;
     VertSumsFn vertSums;
     LineFn line;
     PickPlannedFn pickPlanned;
@@ -137,17 +135,15 @@ void BlendRow_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, size_t by
                 int32_t wCur);
 void PickRow_C(const uint8_t* src, uint8_t* dst, const int32_t* cols, int32_t width, int bpp);
 void HorzSums_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan);
-void HorzSumsPair_C(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0, uint32_t* sums1,
-                    const ColumnPlan& plan);
 // The sums of the output bytes from `first` on (the tails of the vector forms).
 void HorzSumsFrom_C(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan, size_t first);
 void VertSums_C(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
                 int32_t wNext, int32_t wCur);
-void Line_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
-            int32_t wNext, int32_t wCur);
+void Line_C(const uint32_t* topSums, const uint8_t* cur, const uint8_t* next, uint8_t* dst,
+            uint32_t* keep, const ColumnPlan& plan, int32_t wNext, int32_t wCur);
 // The bytes of a line from `first` on (the tails of the vector forms).
-void LineFrom_C(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
-                int32_t wNext, int32_t wCur, size_t first);
+void LineFrom_C(const uint32_t* topSums, const uint8_t* cur, const uint8_t* next, uint8_t* dst,
+                uint32_t* keep, const ColumnPlan& plan, int32_t wNext, int32_t wCur, size_t first);
 void PickPlanned_C(const uint8_t* src, uint8_t* dst, const PickPlan& plan);
 
 // The vector table of a target, or null where none was compiled (scalerows_simd.cpp).

@@ -99,49 +99,35 @@ struct Quads {
 };
 
 // Sums of the quads from k on, one a block (D8: a full vector or one block), from one
-// window a block, or two when `Two`; of two rows at once when `Pair` (the plan's
-// shuffles and weights read once for both).
-template <bool Two, bool Pair, class D8, class Load>
-HWY_INLINE void SumQuads(D8 d8, const uint8_t* row0, const uint8_t* row1, int32_t* sums0,
-                         int32_t* sums1, const Quads& q, size_t k, Load load) {
+// window a block, or two when `Two`.
+template <bool Two, class D8, class Load>
+HWY_INLINE void SumQuads(D8 d8, const uint8_t* row, int32_t* sums, const Quads& q, size_t k,
+                         Load load) {
     const hn::Repartition<int16_t, D8> d16;
     const hn::Repartition<int32_t, D8> d32;
-    const auto shuffleA = hn::LoadU(d8, q.shuffleA + 16 * k);
-    const auto weights = hn::LoadU(d16, q.weights + 8 * k);
-    auto pairs0 = hn::TableLookupBytesOr0(load(row0, q.baseA + k), shuffleA);
-    auto pairs1 = pairs0;
-    if (Pair) pairs1 = hn::TableLookupBytesOr0(load(row1, q.baseA + k), shuffleA);
-    if (Two) {
-        const auto shuffleB = hn::LoadU(d8, q.shuffleB + 16 * k);
-        pairs0 = hn::Or(pairs0, hn::TableLookupBytesOr0(load(row0, q.baseB + k), shuffleB));
-        if (Pair)
-            pairs1 = hn::Or(pairs1, hn::TableLookupBytesOr0(load(row1, q.baseB + k), shuffleB));
-    }
+    auto pairs =
+        hn::TableLookupBytesOr0(load(row, q.baseA + k), hn::LoadU(d8, q.shuffleA + 16 * k));
+    if (Two)
+        pairs = hn::Or(pairs, hn::TableLookupBytesOr0(load(row, q.baseB + k),
+                                                      hn::LoadU(d8, q.shuffleB + 16 * k)));
     auto unused = hn::Zero(d32);
-    const auto t0 = hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs0), weights,
-                                                  hn::Zero(d32), unused);
-    if (Pair) {
-        const auto t1 = hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs1), weights,
-                                                      hn::Zero(d32), unused);
-        hn::StoreU(t1, d32, sums1 + 4 * k);
-    }
-    hn::StoreU(t0, d32, sums0 + 4 * k);
+    const auto t = hn::ReorderWidenMulAccumulate(
+        d32, hn::BitCast(d16, pairs), hn::LoadU(d16, q.weights + 8 * k), hn::Zero(d32), unused);
+    hn::StoreU(t, d32, sums + 4 * k);
 }
 
-template <bool Two, bool Pair>
-void SumRows(const uint8_t* row0, const uint8_t* row1, int32_t* sums0, int32_t* sums1,
-             const Quads& q, size_t quads) {
+template <bool Two> void SumRow(const uint8_t* row, int32_t* sums, const Quads& q, size_t quads) {
     size_t k = 0;
     if (kBlocks > 1) {
         const auto wide = [](const uint8_t* r, const uint32_t* b)
                               HWY_ATTR { return Windows(r, b); };
         for (; k + kBlocks <= quads; k += kBlocks)
-            SumQuads<Two, Pair>(DU8(), row0, row1, sums0, sums1, q, k, wide);
+            SumQuads<Two>(DU8(), row, sums, q, k, wide);
     }
     const auto one = [](const uint8_t* r, const uint32_t* b)
                          HWY_ATTR { return hn::LoadU(B8(), r + b[0]); };
     for (; k < quads; ++k)
-        SumQuads<Two, Pair>(B8(), row0, row1, sums0, sums1, q, k, one);
+        SumQuads<Two>(B8(), row, sums, q, k, one);
 }
 
 Quads QuadsOf(const ColumnPlan& plan) {
@@ -152,102 +138,117 @@ Quads QuadsOf(const ColumnPlan& plan) {
 void HorzSums(const uint8_t* row, uint32_t* sums, const ColumnPlan& plan) {
     int32_t* out = reinterpret_cast<int32_t*>(sums);
     if (plan.twoWindows)
-        SumRows<true, false>(row, row, out, out, QuadsOf(plan), plan.quads);
+        SumRow<true>(row, out, QuadsOf(plan), plan.quads);
     else
-        SumRows<false, false>(row, row, out, out, QuadsOf(plan), plan.quads);
+        SumRow<false>(row, out, QuadsOf(plan), plan.quads);
     HorzSumsFrom_C(row, sums, plan, 4 * plan.quads);
 }
 
-void HorzSumsPair(const uint8_t* row0, const uint8_t* row1, uint32_t* sums0, uint32_t* sums1,
-                  const ColumnPlan& plan) {
-    int32_t* out0 = reinterpret_cast<int32_t*>(sums0);
-    int32_t* out1 = reinterpret_cast<int32_t*>(sums1);
-    if (plan.twoWindows)
-        SumRows<true, true>(row0, row1, out0, out1, QuadsOf(plan), plan.quads);
-    else
-        SumRows<false, true>(row0, row1, out0, out1, QuadsOf(plan), plan.quads);
-    HorzSumsFrom_C(row0, sums0, plan, 4 * plan.quads);
-    HorzSumsFrom_C(row1, sums1, plan, 4 * plan.quads);
-}
-
 // How a line's two rows of sums are blended (VertSums): the top row alone (wN 0, wC
-// 2048), a pair of weights adding up to 2048, any weights.
-enum Blend { kTopOnly, kWeightPair, kAnyWeights };
+// 2048), or a pair of weights adding up to 2048. Other weights take the plain loop.
+enum Blend { kTopOnly, kWeightPair };
+
+// A line's arguments, read into locals once.
+struct LineArgs {
+    const uint32_t* topSums;
+    const uint8_t* cur;
+    const uint8_t* next;
+    uint8_t* dst;
+    uint32_t* keep;
+    Quads q;
+    size_t quads;
+    uint32_t wNext;
+};
 
 // Bytes of the quads from k on of a line, both passes at once (as SumQuads, then the
-// vertical blend of VertSums on the sums in registers).
-template <bool Two, int Mode, class D8, class Load>
-HWY_INLINE void LineQuads(D8 d8, const uint8_t* cur, const uint8_t* next, uint8_t* dst,
-                          const Quads& q, size_t k, Load load, uint32_t wNext, uint32_t wCur) {
+// vertical blend of VertSums on the sums in registers). The top sums are loaded when
+// `FromSums`, the bottom ones stored when `Keep`.
+template <bool Two, int Mode, bool FromSums, bool Keep, class D8, class Load>
+HWY_INLINE void LineQuads(D8 d8, const LineArgs& a, size_t k, Load load) {
     const hn::Repartition<int16_t, D8> d16;
     const hn::Repartition<int32_t, D8> d32;
     const hn::Repartition<uint32_t, D8> du32;
     const hn::Rebind<uint8_t, decltype(d32)> dout;
-    constexpr bool kBoth = Mode != kTopOnly;
-    const auto shuffleA = hn::LoadU(d8, q.shuffleA + 16 * k);
-    const auto weights = hn::LoadU(d16, q.weights + 8 * k);
-    auto pairs0 = hn::TableLookupBytesOr0(load(cur, q.baseA + k), shuffleA);
-    auto pairs1 = pairs0;
-    if (kBoth) pairs1 = hn::TableLookupBytesOr0(load(next, q.baseA + k), shuffleA);
+    constexpr bool kBottom = Mode != kTopOnly || Keep;
+    const auto shuffleA = hn::LoadU(d8, a.q.shuffleA + 16 * k);
+    const auto weights = hn::LoadU(d16, a.q.weights + 8 * k);
+    auto pairs0 = hn::Zero(d8), pairs1 = hn::Zero(d8);
+    if (!FromSums) pairs0 = hn::TableLookupBytesOr0(load(a.cur, a.q.baseA + k), shuffleA);
+    if (kBottom) pairs1 = hn::TableLookupBytesOr0(load(a.next, a.q.baseA + k), shuffleA);
     if (Two) {
-        const auto shuffleB = hn::LoadU(d8, q.shuffleB + 16 * k);
-        pairs0 = hn::Or(pairs0, hn::TableLookupBytesOr0(load(cur, q.baseB + k), shuffleB));
-        if (kBoth)
-            pairs1 = hn::Or(pairs1, hn::TableLookupBytesOr0(load(next, q.baseB + k), shuffleB));
+        const auto shuffleB = hn::LoadU(d8, a.q.shuffleB + 16 * k);
+        if (!FromSums)
+            pairs0 = hn::Or(pairs0, hn::TableLookupBytesOr0(load(a.cur, a.q.baseB + k), shuffleB));
+        if (kBottom)
+            pairs1 = hn::Or(pairs1, hn::TableLookupBytesOr0(load(a.next, a.q.baseB + k), shuffleB));
     }
     auto unused = hn::Zero(d32);
-    const auto top =
-        hn::BitCast(du32, hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs0), weights,
-                                                        hn::Zero(d32), unused));
+    auto top = hn::Zero(du32);
+    if (FromSums)
+        top = hn::LoadU(du32, a.topSums + 4 * k);
+    else
+        top = hn::BitCast(du32, hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs0),
+                                                              weights, hn::Zero(d32), unused));
     auto sum = hn::ShiftLeft<11>(top);
-    if (kBoth) {
+    if (kBottom) {
         const auto bottom =
             hn::BitCast(du32, hn::ReorderWidenMulAccumulate(d32, hn::BitCast(d16, pairs1), weights,
                                                             hn::Zero(d32), unused));
         if (Mode == kWeightPair)
-            sum = hn::Add(sum, hn::Mul(hn::Sub(bottom, top), hn::Set(du32, wNext)));
-        else
-            sum = hn::Add(hn::Mul(top, hn::Set(du32, wCur)), hn::Mul(bottom, hn::Set(du32, wNext)));
+            sum = hn::Add(sum, hn::Mul(hn::Sub(bottom, top), hn::Set(du32, a.wNext)));
+        if (Keep) hn::StoreU(bottom, du32, a.keep + 4 * k);
     }
     const auto v = hn::And(hn::ShiftRight<22>(sum), hn::Set(du32, 0xFFu));
-    hn::StoreU(hn::DemoteTo(dout, hn::BitCast(d32, v)), dout, dst + 4 * k);
+    hn::StoreU(hn::DemoteTo(dout, hn::BitCast(d32, v)), dout, a.dst + 4 * k);
 }
 
-template <bool Two, int Mode>
-void LineRows(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const Quads& q, size_t quads,
-              uint32_t wNext, uint32_t wCur) {
+template <bool Two, int Mode, bool FromSums, bool Keep> void LineRows(const LineArgs& a) {
     size_t k = 0;
     if (kBlocks > 1) {
         const auto wide = [](const uint8_t* r, const uint32_t* b)
                               HWY_ATTR { return Windows(r, b); };
-        for (; k + kBlocks <= quads; k += kBlocks)
-            LineQuads<Two, Mode>(DU8(), cur, next, dst, q, k, wide, wNext, wCur);
+        for (; k + kBlocks <= a.quads; k += kBlocks)
+            LineQuads<Two, Mode, FromSums, Keep>(DU8(), a, k, wide);
     }
     const auto one = [](const uint8_t* r, const uint32_t* b)
                          HWY_ATTR { return hn::LoadU(B8(), r + b[0]); };
-    for (; k < quads; ++k)
-        LineQuads<Two, Mode>(B8(), cur, next, dst, q, k, one, wNext, wCur);
+    for (; k < a.quads; ++k)
+        LineQuads<Two, Mode, FromSums, Keep>(B8(), a, k, one);
 }
 
-template <int Mode>
-void LineOf(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
-            uint32_t wNext, uint32_t wCur) {
-    if (plan.twoWindows)
-        LineRows<true, Mode>(cur, next, dst, QuadsOf(plan), plan.quads, wNext, wCur);
+// From run-time choices to the form that makes them at compile time.
+template <bool Two, int Mode, bool FromSums> void LineKeep(const LineArgs& a) {
+    if (a.keep)
+        LineRows<Two, Mode, FromSums, true>(a);
     else
-        LineRows<false, Mode>(cur, next, dst, QuadsOf(plan), plan.quads, wNext, wCur);
+        LineRows<Two, Mode, FromSums, false>(a);
+}
+template <bool Two, int Mode> void LineFrom(const LineArgs& a) {
+    if (a.topSums)
+        LineKeep<Two, Mode, true>(a);
+    else
+        LineKeep<Two, Mode, false>(a);
+}
+template <bool Two> void LineMode(const LineArgs& a) {
+    if (a.wNext == 0)
+        LineFrom<Two, kTopOnly>(a);
+    else
+        LineFrom<Two, kWeightPair>(a);
 }
 
-void Line(const uint8_t* cur, const uint8_t* next, uint8_t* dst, const ColumnPlan& plan,
-          int32_t wNext, int32_t wCur) {
+void Line(const uint32_t* topSums, const uint8_t* cur, const uint8_t* next, uint8_t* dst,
+          uint32_t* keep, const ColumnPlan& plan, int32_t wNext, int32_t wCur) {
     const uint32_t wn = uint32_t(wNext), wc = uint32_t(wCur);
-    if (wn == 0 && wc == 2048)
-        LineOf<kTopOnly>(cur, next, dst, plan, wn, wc);
-    else if (wn + wc == 2048)
-        LineOf<kWeightPair>(cur, next, dst, plan, wn, wc);
-    else
-        LineOf<kAnyWeights>(cur, next, dst, plan, wn, wc);
-    LineFrom_C(cur, next, dst, plan, wNext, wCur, 4 * plan.quads);
+    size_t done = 0;
+    if (wn + wc == 2048u) {
+        const LineArgs a = {topSums, cur, next, dst, keep, QuadsOf(plan), plan.quads, wn};
+        if (plan.twoWindows)
+            LineMode<true>(a);
+        else
+            LineMode<false>(a);
+        done = 4 * plan.quads;
+    }
+    LineFrom_C(topSums, cur, next, dst, keep, plan, wNext, wCur, done);
 }
 
 void VertSums(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t bytes,
@@ -318,7 +319,6 @@ constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME,
                               AnyBlend,
                               PickRow_C,
                               HorzSums,
-                              HorzSumsPair,
                               VertSums,
                               Line,
                               PickPlanned};

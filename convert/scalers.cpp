@@ -45,8 +45,9 @@ void PickTable(int32_t* table, uint32_t source, uint32_t target) {
     }
 }
 
-// The bilinear scale by two passes (scalerows.h): rows of horizontal sums, each made once
-// and kept while output lines need it, then one vertical blend a line. False, with
+// The bilinear scale by two passes (scalerows.h): the horizontal sums of a source line
+// are made once, kept while the next output line needs them too, and blended
+// vertically; a line whose sums serve no other output line takes both passes at once. False, with
 // nothing written, when the tables fall outside what the route reproduces exactly.
 bool ScaleRoute(const scalerows::Kernels& k, const uint8_t* src, uint8_t* dst,
                 const std::vector<LineWeight>& cols, const std::vector<LineWeight>& lines,
@@ -69,34 +70,41 @@ bool ScaleRoute(const scalerows::Kernels& k, const uint8_t* src, uint8_t* dst,
         made[i] = offset;
         return rows[i].data();
     };
-    auto cached = [&](size_t offset) { return made[0] == offset || made[1] == offset; };
+    auto cached = [&](size_t offset) -> uint32_t* {
+        for (int i = 0; i < 2; ++i)
+            if (made[i] == offset) return rows[i].data();
+        return nullptr;
+    };
     for (size_t y = 0; y < dstH; ++y) {
         const LineWeight& v = lines[y];
         uint8_t* d = dst + y * dstRow;
+        const uint8_t* cur = src + v.offset;
         // A source of one line has the next weight 0 everywhere; a next weight of 0
         // needs no sums of the next line.
         const size_t below = v.offset < lastLine ? v.offset + lineStep : v.offset;
         const bool both = y > 0 && y < dstH - 1 && v.next != 0;
-        const int32_t wNext = both ? v.next : 0;
         const int32_t wCur = y == 0 || y == dstH - 1 ? 2048 : v.cur;
-        // Lines that the next output line reads too are worth keeping as sums; a line
-        // pair that serves this output line alone is made in one pass, nothing kept.
+        // Sums are kept only of lines that the next output line reads too.
         const size_t after = y + 1 < dstH ? lines[y + 1].offset : SIZE_MAX;
-        const bool shared = after == v.offset || (both && after == below);
-        if (!shared && !cached(v.offset) && !(both && cached(below))) {
-            k.line(src + v.offset, src + (both ? below : v.offset), d, plan, wNext, wCur);
-        } else if (!both) {
-            const uint32_t* top = sums(v.offset, SIZE_MAX);
-            k.vertSums(top, top, d, bytes, 0, wCur);
+        const uint32_t* top = cached(v.offset);
+        if (!top && after == v.offset) top = sums(v.offset, SIZE_MAX);
+        if (!both) {
+            if (top)
+                k.vertSums(top, top, d, bytes, 0, wCur);
+            else
+                k.line(nullptr, cur, cur, d, nullptr, plan, 0, wCur);
+        } else if (const uint32_t* bottom = cached(below)) {
+            if (!top) top = sums(v.offset, below);
+            k.vertSums(top, bottom, d, bytes, v.next, wCur);
         } else {
-            if (!cached(v.offset) && !cached(below) && below != v.offset) {
-                // Two new lines: made together, the plan read once for both.
-                k.horzSumsPair(src + v.offset, src + below, rows[0].data(), rows[1].data(), plan);
-                made[0] = v.offset;
-                made[1] = below;
+            // Both passes at once; the next line's sums kept when it is read again.
+            uint32_t* keep = nullptr;
+            if (after == below || after == v.offset) {
+                const int i = top == rows[0].data() ? 1 : 0;
+                keep = rows[i].data();
+                made[i] = below;
             }
-            const uint32_t* top = sums(v.offset, SIZE_MAX);
-            k.vertSums(top, sums(below, v.offset), d, bytes, wNext, wCur);
+            k.line(top, cur, src + below, d, keep, plan, v.next, wCur);
         }
         ZeroTail(d, bytes, dstRow);
     }

@@ -97,7 +97,7 @@ struct Row {
 
 } // namespace
 
-TEST(ScaleRows, HorzSumsOfOneOrTwoRowsEqualPlainAtRealScalesAndUnalignedStarts) {
+TEST(ScaleRows, HorzSumsEqualPlainAtRealScalesAndUnalignedStarts) {
     std::mt19937 rng(5);
     kelptest::ForEachSimdTarget([&](int target) {
         EXPECT_STREQ(Current().name, SimdTargetName(target));
@@ -118,16 +118,6 @@ TEST(ScaleRows, HorzSumsOfOneOrTwoRowsEqualPlainAtRealScalesAndUnalignedStarts) 
                     Current().horzSums(row.p, got, plan);
                     ASSERT_EQ(std::vector<uint32_t>(got, got + n), want)
                         << Current().name << " " << bpp << " " << s.src << "->" << s.dst;
-                    // Two rows at once: this one and another at another start.
-                    Row other(rng, size_t(s.src) * size_t(bpp), 3 - start);
-                    std::vector<uint32_t> want2(n);
-                    HorzSums_C(other.p, want2.data(), plan);
-                    GuardedBuffer out2(4 * n);
-                    uint32_t* got2 = reinterpret_cast<uint32_t*>(out2.data());
-                    out.Fill(0);
-                    Current().horzSumsPair(row.p, other.p, got, got2, plan);
-                    ASSERT_EQ(std::vector<uint32_t>(got, got + n), want) << "pair";
-                    ASSERT_EQ(std::vector<uint32_t>(got2, got2 + n), want2) << "pair";
                 }
             }
     });
@@ -181,22 +171,37 @@ TEST(ScaleRows, TheTwoPassesGiveTheBytesOfThePlainRows) {
                 HorzRow_C(cur.p, want.data(), cols.data(), s.dst, bpp, last);
                 Current().vertSums(top.data(), top.data(), got.data(), n, 0, 2048);
                 ASSERT_EQ(got, want) << Current().name << " horz " << s.src << "->" << s.dst;
-                GuardedBuffer line(n); // both passes at once, into a guarded line
-                Current().line(cur.p, cur.p, line.data(), plan, 0, 2048);
-                ASSERT_EQ(line.Copy(), want) << Current().name << " one pass";
+                // Both passes at once, into a guarded line: the top sums from the source
+                // line or from its sums, the bottom ones kept or not.
+                GuardedBuffer line(n), keep(4 * n);
+                uint32_t* kept = reinterpret_cast<uint32_t*>(keep.data());
+                struct Way {
+                    bool fromSums, keep;
+                } ways[] = {{false, false}, {true, false}, {false, true}, {true, true}};
+                auto check = [&](int32_t wNext, int32_t wCur, const char* what) {
+                    for (const Way& way : ways) {
+                        keep.Fill(0);
+                        Current().line(way.fromSums ? top.data() : nullptr, cur.p, next.p,
+                                       line.data(), way.keep ? kept : nullptr, plan, wNext, wCur);
+                        ASSERT_EQ(line.Copy(), want)
+                            << Current().name << " " << what << " " << wNext << " " << way.fromSums;
+                        if (way.keep) {
+                            ASSERT_EQ(std::vector<uint32_t>(kept, kept + n), bottom) << "kept";
+                        }
+                    }
+                };
+                check(0, 2048, "one pass, top only");
                 for (int32_t w : {0, 1, 683, 1024, 2047}) {
                     BilinearRow_C(cur.p, next.p, want.data(), cols.data(), s.dst, bpp, last, w,
                                   2048 - w);
                     Current().vertSums(top.data(), bottom.data(), got.data(), n, w, 2048 - w);
                     ASSERT_EQ(got, want) << Current().name << " " << s.src << "->" << s.dst;
-                    Current().line(cur.p, next.p, line.data(), plan, w, 2048 - w);
-                    ASSERT_EQ(line.Copy(), want) << Current().name << " one pass " << w;
+                    check(w, 2048 - w, "one pass");
                 }
                 // Weights of any sum: the plain line's bytes.
                 for (int32_t w : {700, -5}) {
-                    Line_C(cur.p, next.p, want.data(), plan, w, 900);
-                    Current().line(cur.p, next.p, line.data(), plan, w, 900);
-                    ASSERT_EQ(line.Copy(), want) << Current().name << " one pass " << w;
+                    Line_C(nullptr, cur.p, next.p, want.data(), nullptr, plan, w, 900);
+                    check(w, 900, "any weights");
                 }
             }
     });
