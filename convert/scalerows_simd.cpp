@@ -10,8 +10,9 @@
 // 128-bit block. Vertical: 32-bit lanes, multiplied modulo 2^32 as the plain loop does;
 // with wC + wN = 2048 the sum top wC + bottom wN is 2048 top + (bottom - top) wN modulo
 // 2^32, one multiplication fewer, and with wN = 0 (and wC = 2048) it is 2048 top, none.
-// The low byte is kept by a mask before the narrowing.
-// Pick: each 8 output bytes come from one window by a byte shuffle.
+// The low byte is kept by a mask before the narrowing. The one-pass line does both on
+// the sums in registers, with the same operations. Pick: each 8 output bytes come from
+// one window by a byte shuffle.
 //
 // Blend: with wC = 2048 - wN the plain (n wN + c wC) >> 11 is (2048 c + (n - c) wN) >> 11,
 // and since 2048 c is a multiple of 2048 that is c + floor((n - c) wN / 2048). In signed
@@ -261,7 +262,7 @@ void VertSums(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, size_t 
     const bool pair = uint32_t(wNext) + uint32_t(wCur) == 2048u;
     size_t i = 0;
     if (wNext == 0 && wCur == 2048) {
-        // A line on a source line (every other line of a scale by 2/3): top alone.
+        // A line on a source line: the top row alone.
         for (; i + n <= bytes; i += n) {
             const auto v =
                 hn::And(hn::ShiftRight<22>(hn::ShiftLeft<11>(hn::LoadU(d32, top + i))), low);
