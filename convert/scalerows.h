@@ -48,8 +48,9 @@ typedef void (*PickRowFn)(const uint8_t* src, uint8_t* dst, const int32_t* cols,
 // The first and last pixel of a line take their entry's pixel with the weights 0 and
 // 2048, which is what the plain rows' copies and vertical-only blends come to; with
 // every weight of both tables in 0..2048 and each pair adding up to at most 2048 the
-// route gives the bytes of HorzRow_C (line weights 0 and 2048) and BilinearRow_C. A
-// row of sums is made once per source line and serves every output line that needs it.
+// route gives the bytes of HorzRow_C (line weights 0 and 2048) and BilinearRow_C. The
+// scaler keeps a row of sums while the next output line reads the same source line, and
+// otherwise makes a line in one pass (LineFn).
 
 // The column table turned into the steps of the vector forms, once per image: for each
 // group of 4 output bytes (a quad) one or two 16-byte windows of the source row, the

@@ -47,8 +47,9 @@ void PickTable(int32_t* table, uint32_t source, uint32_t target) {
 
 // The bilinear scale by two passes (scalerows.h): the horizontal sums of a source line
 // are made once, kept while the next output line needs them too, and blended
-// vertically; a line whose sums serve no other output line takes both passes at once. False, with
-// nothing written, when the tables fall outside what the route reproduces exactly.
+// vertically; a line whose sums serve no other output line takes both passes at once.
+// False, with nothing written, when the tables fall outside what the route reproduces
+// exactly.
 bool ScaleRoute(const scalerows::Kernels& k, const uint8_t* src, uint8_t* dst,
                 const std::vector<LineWeight>& cols, const std::vector<LineWeight>& lines,
                 size_t dstRow, size_t lineStep, size_t lastCol, int bpp) {
