@@ -4,6 +4,7 @@
 
 #include <kelp/trace.h>
 
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -42,6 +43,73 @@ void PickTable(int32_t* table, uint32_t source, uint32_t target) {
             c = source;
         }
     }
+}
+
+// The bilinear scale by two passes (scalerows.h): the horizontal sums of a source line
+// are made once, kept while the next output line needs them too, and blended
+// vertically; a line whose sums serve no other output line takes both passes at once.
+// False, with nothing written, when the tables fall outside what the route reproduces
+// exactly.
+bool ScaleRoute(const scalerows::Kernels& k, const uint8_t* src, uint8_t* dst,
+                const std::vector<LineWeight>& cols, const std::vector<LineWeight>& lines,
+                size_t dstRow, size_t lineStep, size_t lastCol, int bpp) {
+    for (const LineWeight& v : lines)
+        if (v.next < 0 || v.cur < 0 || v.cur > 2048 || v.next > 2048 - v.cur) return false;
+    scalerows::ColumnPlan plan;
+    if (!scalerows::BuildColumnPlan(plan, cols.data(), int32_t(cols.size()), bpp, lastCol))
+        return false;
+    const size_t bytes = cols.size() * size_t(bpp), dstH = lines.size();
+    const size_t lastLine = lines[dstH - 1].offset;
+    // Two rows of sums and the source offsets they were made from.
+    std::vector<uint32_t> rows[2] = {std::vector<uint32_t>(bytes), std::vector<uint32_t>(bytes)};
+    size_t made[2] = {SIZE_MAX, SIZE_MAX};
+    auto sums = [&](size_t offset, size_t keep) -> const uint32_t* {
+        for (int i = 0; i < 2; ++i)
+            if (made[i] == offset) return rows[i].data();
+        const int i = made[0] == keep ? 1 : 0;
+        k.horzSums(src + offset, rows[i].data(), plan);
+        made[i] = offset;
+        return rows[i].data();
+    };
+    auto cached = [&](size_t offset) -> uint32_t* {
+        for (int i = 0; i < 2; ++i)
+            if (made[i] == offset) return rows[i].data();
+        return nullptr;
+    };
+    for (size_t y = 0; y < dstH; ++y) {
+        const LineWeight& v = lines[y];
+        uint8_t* d = dst + y * dstRow;
+        const uint8_t* cur = src + v.offset;
+        // A source of one line has the next weight 0 everywhere; a next weight of 0
+        // needs no sums of the next line.
+        const size_t below = v.offset < lastLine ? v.offset + lineStep : v.offset;
+        const bool both = y > 0 && y < dstH - 1 && v.next != 0;
+        const int32_t wCur = y == 0 || y == dstH - 1 ? 2048 : v.cur;
+        // Sums are kept only of lines that the next output line reads too.
+        const size_t after = y + 1 < dstH ? lines[y + 1].offset : SIZE_MAX;
+        const uint32_t* top = cached(v.offset);
+        if (!top && after == v.offset) top = sums(v.offset, SIZE_MAX);
+        if (!both) {
+            if (top)
+                k.vertSums(top, top, d, bytes, 0, wCur);
+            else
+                k.line(nullptr, cur, cur, d, nullptr, plan, 0, wCur);
+        } else if (const uint32_t* bottom = cached(below)) {
+            if (!top) top = sums(v.offset, below);
+            k.vertSums(top, bottom, d, bytes, v.next, wCur);
+        } else {
+            // Both passes at once; the next line's sums kept when it is read again.
+            uint32_t* keep = nullptr;
+            if (after == below || after == v.offset) {
+                const int i = top == rows[0].data() ? 1 : 0;
+                keep = rows[i].data();
+                made[i] = below;
+            }
+            k.line(top, cur, src + below, d, keep, plan, v.next, wCur);
+        }
+        ZeroTail(d, bytes, dstRow);
+    }
+    return true;
 }
 
 } // namespace
@@ -104,11 +172,21 @@ bool ScaleFast(const KXBMINFOHEADER* in, const void* inData, const KXBMINFOHEADE
             if (l >= srcH) return false;
         }
         const scalerows::Kernels& k = scalerows::Current();
+        // The vector targets go through a plan of byte shuffles, made once.
+        scalerows::PickPlan plan;
+        const bool planned = &k != &scalerows::PlainKernels() &&
+                             scalerows::BuildPickPlan(plan, cols.data(), int32_t(dstW), bpp);
         const uint8_t* src = static_cast<const uint8_t*>(inData);
         uint8_t* dst = static_cast<uint8_t*>(outData);
         const size_t used = size_t(dstW) * size_t(bpp);
         for (int64_t y = 0; y < dstH; ++y, dst += dstRow) {
-            k.pick(src + size_t(lines[size_t(y)]) * srcRow, dst, cols.data(), int32_t(dstW), bpp);
+            const uint8_t* line = src + size_t(lines[size_t(y)]) * srcRow;
+            if (y > 0 && lines[size_t(y)] == lines[size_t(y - 1)])
+                memcpy(dst, dst - dstRow, used); // a repeated line: the same pixels again
+            else if (planned)
+                k.pickPlanned(line, dst, plan);
+            else
+                k.pick(line, dst, cols.data(), int32_t(dstW), bpp);
             ZeroTail(dst, used, dstRow);
         }
     }
@@ -155,6 +233,13 @@ bool ScaleGood(const KXBMINFOHEADER* in, const void* inData, const KXBMINFOHEADE
         const size_t lastCol = size_t(srcW - 1) * size_t(bpp);
         const size_t used = size_t(dstW) * size_t(bpp);
         const scalerows::Kernels& k = scalerows::Current();
+        if (&k != &scalerows::PlainKernels() &&
+            ScaleRoute(k, src, dst, cols, lines, dstRow, lineStep, lastCol, bpp)) {
+            const size_t written = size_t(dstH) * dstRow;
+            if (outBytes > written) memset(dst + written, 0, outBytes - written);
+            dbgPrintf(8, 14, L"ScaleGood: used %d ms\n", int(os::GetTickCount() - start));
+            return true;
+        }
         for (int64_t y = 0; y < dstH; ++y) {
             const LineWeight& v = lines[size_t(y)];
             const uint8_t* cur = src + v.offset;
