@@ -10,6 +10,19 @@
 // - compose: 16-bit lanes. g * m + 128 is at most 255 * 255 + 128 = 65153, and
 //   v + (v >> 8) at most 65407, so both fit unsigned 16 bits; s + that is at most 510,
 //   and the saturating narrowing gives the clamp.
+// - vertical into bytes: the caller guarantees that every sum lies in
+//   0 .. (256 << shift) - 1 (RowFitsBytes). With shift 7 or less that is below 32768, so
+//   16-bit lanes that multiply and add modulo 65536 end on the exact sum (the wrapped
+//   partial sums do not matter, only the last one, which is in range); the arithmetic
+//   shift then gives the plain value, and the narrowing to bytes changes nothing. Above
+//   7 the sums are kept in 32-bit lanes.
+// - horizontal from bytes: one target pixel a 128-bit part. A part is loaded with the
+//   16 bytes of the pixel's window of four source pixels, its bytes are moved to 16-bit
+//   lanes as (pixel 0, pixel 1) and (pixel 2, pixel 3) pairs of each channel with zero
+//   high bytes, and ReorderWidenMulAccumulate (pmaddwd on every x86 target: each 32-bit
+//   lane the sum of its two 16-bit products, exact for any 16-bit inputs) adds
+//   value x weight for two window pixels into the channel's 32-bit lane. Integer sums in
+//   another order are the same sums.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "stdfx2d/rasterrows_simd.cpp"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -110,8 +123,123 @@ void Compose(uint8_t* out, const uint8_t* s, const uint8_t* g, int32_t pixels) {
         [&](int32_t n, int32_t rest) { Compose_C(out + 4 * n, s + 4 * n, g + 4 * n, rest); });
 }
 
-constexpr Kernels kKernels = {
-    KELP_SIMD_THIS_TARGET_NAME, Vertical, Horizontal, Nearest_C, Compose, ComposeYuv_C};
+// ---- the byte work row
+
+void VerticalBytes(uint8_t* out, const uint8_t* const* rows, const int32_t* weights, int32_t taps,
+                   const int32_t seed[4], int32_t x0, int32_t x1, int32_t shift) {
+    if (shift <= 7) {
+        using D = hn::ScalableTag<int16_t>;
+        const D d;
+        const hn::Rebind<uint8_t, D> d8;
+        constexpr int32_t kLanes = int32_t(hn::MaxLanes(D()));
+        alignas(64) int16_t pattern[kLanes];
+        for (int32_t i = 0; i < kLanes; ++i)
+            pattern[i] = int16_t(uint16_t(uint32_t(seed[i & 3])));
+        const auto seeds = hn::Load(d, pattern);
+        kelp::simd::SplitRun(
+            x1 - x0, kLanes / 4, 0,
+            [&](int32_t n) HWY_ATTR {
+                const int32_t end = 4 * (x0 + n);
+                for (int32_t j = 4 * x0; j < end; j += kLanes) {
+                    auto acc = seeds;
+                    for (int32_t k = 0; k < taps; ++k) {
+                        const auto px = hn::PromoteTo(d, hn::LoadU(d8, rows[k] + j));
+                        acc = hn::Add(acc, hn::Mul(px, hn::Set(d, int16_t(weights[k]))));
+                    }
+                    hn::StoreU(hn::DemoteTo(d8, hn::ShiftRightSame(acc, shift)), d8, out + j);
+                }
+            },
+            [&](int32_t n, int32_t rest) {
+                VerticalBytes_C(out, rows, weights, taps, seed, x0 + n, x0 + n + rest, shift);
+            });
+        return;
+    }
+    const D32 d;
+    const D8of32 d8;
+    alignas(64) int32_t pattern[16];
+    for (int i = 0; i < 16; ++i)
+        pattern[i] = seed[i & 3];
+    const auto seeds = hn::Load(d, pattern);
+    kelp::simd::SplitRun(
+        x1 - x0, kLanes32 / 4, 0,
+        [&](int32_t n) HWY_ATTR {
+            const int32_t end = 4 * (x0 + n);
+            for (int32_t j = 4 * x0; j < end; j += kLanes32) {
+                auto acc = seeds;
+                for (int32_t k = 0; k < taps; ++k) {
+                    const auto px = hn::PromoteTo(d, hn::LoadU(d8, rows[k] + j));
+                    acc = hn::Add(acc, hn::Mul(px, hn::Set(d, weights[k])));
+                }
+                hn::StoreU(hn::DemoteTo(d8, hn::ShiftRightSame(acc, shift)), d8, out + j);
+            }
+        },
+        [&](int32_t n, int32_t rest) {
+            VerticalBytes_C(out, rows, weights, taps, seed, x0 + n, x0 + n + rest, shift);
+        });
+}
+
+using DB = hn::ScalableTag<uint8_t>;
+constexpr int32_t kColumnBlock = int32_t(hn::MaxLanes(DB())) / 16; // target pixels a vector
+
+// The windows of `start[0 .. kColumnBlock-1]`, one a 128-bit part, part 0 lowest.
+template <class D>
+HWY_INLINE hn::Vec<D> LoadWindows(D d, const uint8_t* work, const int32_t* start) {
+    constexpr size_t kParts = hn::MaxLanes(D()) / 16;
+    if constexpr (kParts == 1) {
+        return hn::LoadU(d, work + 4 * ptrdiff_t(start[0]));
+    } else {
+        const hn::Half<D> dh;
+        return hn::Combine(d, LoadWindows(dh, work, start + kParts / 2),
+                           LoadWindows(dh, work, start));
+    }
+}
+
+void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, int32_t shift) {
+    const DB d8;
+    const hn::Repartition<int16_t, DB> d16;
+    const hn::Repartition<int32_t, DB> d32;
+    const hn::Rebind<uint8_t, decltype(d32)> dOut;
+    // Window bytes (pixel i, channel c at 4i + c) to 16-bit lanes: pixels 0 and 1, then
+    // 2 and 3, of channel 0, 1, 2, 3 in turn; 0x80 gives the zero high bytes.
+    alignas(16) static constexpr uint8_t kLow[16] = {0, 0x80, 4, 0x80, 1, 0x80, 5, 0x80,
+                                                     2, 0x80, 6, 0x80, 3, 0x80, 7, 0x80};
+    alignas(16) static constexpr uint8_t kHigh[16] = {8,  0x80, 12, 0x80, 9,  0x80, 13, 0x80,
+                                                      10, 0x80, 14, 0x80, 11, 0x80, 15, 0x80};
+    const auto low = hn::LoadDup128(d8, kLow);
+    const auto high = hn::LoadDup128(d8, kHigh);
+    const int32_t groups = plan.groups;
+    // A plan laid out for another block is read by the plain loop.
+    const int32_t whole =
+        plan.block == kColumnBlock ? plan.pixels / kColumnBlock * kColumnBlock : 0;
+    const int16_t* w = plan.weights;
+    constexpr size_t kStep = hn::MaxLanes(d16); // weights of one vector
+    for (int32_t x = 0; x < whole; x += kColumnBlock) {
+        auto acc = hn::LoadU(d32, plan.seeds + 4 * x);
+        auto unused = hn::Zero(d32);
+        const uint8_t* base = work;
+        for (int32_t g = 0; g < groups; ++g) {
+            const auto win = LoadWindows(d8, base, plan.start + x);
+            const auto a = hn::BitCast(d16, hn::TableLookupBytesOr0(win, low));
+            const auto b = hn::BitCast(d16, hn::TableLookupBytesOr0(win, high));
+            acc = hn::ReorderWidenMulAccumulate(d32, a, hn::LoadU(d16, w), acc, unused);
+            acc = hn::ReorderWidenMulAccumulate(d32, b, hn::LoadU(d16, w + kStep), acc, unused);
+            w += 2 * kStep;
+            base += 16;
+        }
+        hn::StoreU(hn::DemoteTo(dOut, hn::ShiftRightSame(acc, shift)), dOut, out + 4 * x);
+    }
+    HorizontalBytesPart_C(out, work, plan, shift, whole, plan.pixels);
+}
+
+constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME,
+                              Vertical,
+                              Horizontal,
+                              Nearest_C,
+                              Compose,
+                              ComposeYuv_C,
+                              VerticalBytes,
+                              HorizontalBytes,
+                              kColumnBlock};
 
 #endif // KELP_SIMD_VECTOR_PASS
 } // namespace HWY_NAMESPACE
