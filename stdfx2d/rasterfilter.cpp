@@ -90,7 +90,6 @@ int CFx2d::RasterFilter(bool yuv) {
     sc.out.resize(size_t(job.spanWidth) * 4 + 16);
     const uint8_t** rowPtrs = sc.rowPtrs.data();
     int32_t* weights = sc.weights.data();
-    uint8_t* out = sc.out.data();
     std::vector<uint8_t>& tmp = sc.tmp;
     // The byte work row, when the column lists fit a plan; rows whose sums do not fit a
     // byte take the 32-bit work row.
@@ -117,6 +116,10 @@ int CFx2d::RasterFilter(bool yuv) {
         }
         const int32_t seed[4] = {job.seed + l.biasLuma, job.seed + l.biasChroma,
                                  job.seed + l.biasChroma, job.seed};
+        uint8_t* dst = job.target.Row(row);
+        uint8_t* img = dst + 4 * ptrdiff_t(job.left);
+        // Without a background the pass writes the target row itself.
+        uint8_t* out = job.hasBackground ? sc.out.data() : img;
         if (planned && rasterrows::RowFitsBytes(l, seed, shift)) {
             if (inBytes && SameList(*inBytes, l)) {
                 // The byte row of the previous image row is this row's too.
@@ -134,17 +137,14 @@ int CFx2d::RasterFilter(bool yuv) {
             k.horizontal(out, job.work, job.columnTaps, job.columns, job.shift, job.seed, true, 0);
         }
 
-        uint8_t* dst = job.target.Row(row);
         MarginPixels(job, row, n, 0, job.left, tmp);
-        uint8_t* img = dst + 4 * ptrdiff_t(job.left);
         if (job.hasBackground) {
             const uint8_t* g = BackgroundPixels(job, n, job.left, job.columns, tmp);
             if (yuv)
                 k.composeYuv(img, out, g, job.columns, job.background.black);
             else
                 k.compose(img, out, g, job.columns);
-        } else
-            std::memcpy(img, out, size_t(job.columns) * 4);
+        }
         MarginPixels(job, row, n, job.left + job.columns, W - job.left - job.columns, tmp);
     };
     job.Walk(margin, image);

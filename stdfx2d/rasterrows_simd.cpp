@@ -199,6 +199,7 @@ void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, 
     const hn::Repartition<int16_t, DB> d16;
     const hn::Repartition<int32_t, DB> d32;
     const hn::Rebind<uint8_t, decltype(d32)> dOut;
+    const hn::Rebind<uint8_t, decltype(d16)> dHalf8;
     // Window bytes (pixel i, channel c at 4i + c) to 16-bit lanes: pixels 0 and 1, then
     // 2 and 3, of channel 0, 1, 2, 3 in turn; 0x80 gives the zero high bytes.
     alignas(16) static constexpr uint8_t kLow[16] = {0, 0x80, 4, 0x80, 1, 0x80, 5, 0x80,
@@ -213,7 +214,9 @@ void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, 
         plan.block == kColumnBlock ? plan.pixels / kColumnBlock * kColumnBlock : 0;
     const int16_t* w = plan.weights;
     constexpr size_t kStep = hn::MaxLanes(d16); // weights of one vector
-    for (int32_t x = 0; x < whole; x += kColumnBlock) {
+
+    // The sums of the kColumnBlock pixels from x, shifted; w moves past their weights.
+    auto sums = [&](int32_t x) HWY_ATTR {
         auto acc = hn::LoadU(d32, plan.seeds + 4 * x);
         auto unused = hn::Zero(d32);
         const uint8_t* base = work;
@@ -226,8 +229,40 @@ void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, 
             w += 2 * kStep;
             base += 16;
         }
-        hn::StoreU(hn::DemoteTo(dOut, hn::ShiftRightSame(acc, shift)), dOut, out + 4 * x);
+        return hn::ShiftRightSame(acc, shift);
+    };
+
+    // Four vectors of sums at a time, narrowed together: the saturating 32-to-16-bit
+    // packing pairs the 128-bit parts of two vectors (pixels b and B + b side by side),
+    // the 16-to-8-bit one keeps its order, and one permutation of 32-bit lanes puts the
+    // pixels back in order. Saturating twice clamps as clamping once does.
+    constexpr int32_t B = kColumnBlock;
+    alignas(64) int32_t order[4 * B];
+    for (int32_t b = 0; b < B; ++b) {
+        order[2 * b] = b;
+        order[2 * b + 1] = B + b;
+        order[2 * B + 2 * b] = 2 * B + b;
+        order[2 * B + 2 * b + 1] = 3 * B + b;
     }
+    alignas(64) int32_t inverse[4 * B];
+    for (int32_t i = 0; i < 4 * B; ++i)
+        inverse[order[i]] = i;
+    const hn::Repartition<int32_t, decltype(hn::Twice<decltype(dHalf8)>())> dPix;
+    const auto put = hn::SetTableIndices(dPix, inverse);
+    int32_t x = 0;
+    for (; x + 4 * B <= whole; x += 4 * B) {
+        const auto s0 = sums(x);
+        const auto s1 = sums(x + B);
+        const auto s2 = sums(x + 2 * B);
+        const auto s3 = sums(x + 3 * B);
+        const auto lo = hn::DemoteTo(dHalf8, hn::ReorderDemote2To(d16, s0, s1));
+        const auto hi = hn::DemoteTo(dHalf8, hn::ReorderDemote2To(d16, s2, s3));
+        const hn::Twice<decltype(dHalf8)> dBytes;
+        const auto px = hn::BitCast(dPix, hn::Combine(dBytes, hi, lo));
+        hn::StoreU(hn::BitCast(dBytes, hn::TableLookupLanes(px, put)), dBytes, out + 4 * x);
+    }
+    for (; x < whole; x += B)
+        hn::StoreU(hn::DemoteTo(dOut, sums(x)), dOut, out + 4 * x);
     HorizontalBytesPart_C(out, work, plan, shift, whole, plan.pixels);
 }
 
