@@ -151,13 +151,7 @@ int CFx2d::RasterYUV422Filter() {
             }
             const uint8_t opaque = uint8_t((255 * sumW) >> 6);
             uint8_t* tb = sc.tupleBytes.data();
-            for (int32_t x = 0; x < srcW; ++x) {
-                const uint8_t* p = pairs + (x >> 1) * 4;
-                tb[4 * x + 0] = p[0];
-                tb[4 * x + 1] = p[(x & 1) ? 3 : 1];
-                tb[4 * x + 2] = p[2];
-                tb[4 * x + 3] = job.source.alpha ? alpha[x] : (widen ? 255 : opaque);
-            }
+            k.spread422(tb, pairs, job.source.alpha ? alpha : nullptr, opaque, srcW);
             k.horizontalBytes(tuples + 4 * size_t(job.left), tb, sc.columns.plan, 6);
         } else {
             // ---- vertical pass into tuples of the whole source width
@@ -189,23 +183,25 @@ int CFx2d::RasterYUV422Filter() {
         uint8_t* plane = job.target.AlphaRow(row);
         const uint8_t* g = job.hasBackground ? job.background.Row(n) : nullptr;
         const uint8_t* ga = job.hasBackground ? job.background.AlphaRow(n) : nullptr;
+        if (!g) {
+            k.pack422(dst, plane, tuples, pairs);
+            return;
+        }
         for (int32_t p = 0; p < pairs; ++p) {
             const uint8_t* e = tuples + 8 * size_t(p);
             const uint8_t* o = e + 4;
             int32_t c0 = e[0], y0 = e[1], c1 = e[2], y1 = o[1], a0 = e[3], a1 = o[3];
-            if (g) {
-                const uint8_t* gp = g + 4 * p;
-                const int32_t m0 = 255 - a0, m1 = 255 - a1;
-                c0 = Over(c0, gp[0] - 128, m0);
-                y0 = Over(y0, Clamp255(gp[1] - bgBlack), m0);
-                c1 = Over(c1, gp[2] - 128, m0);
-                y1 = Over(y1, Clamp255(gp[3] - bgBlack), m1);
-                if (ga) {
-                    a0 = Over(a0, ga[2 * p], m0);
-                    a1 = Over(a1, ga[2 * p + 1], m1);
-                } else
-                    a0 = a1 = 255;
-            }
+            const uint8_t* gp = g + 4 * p;
+            const int32_t m0 = 255 - a0, m1 = 255 - a1;
+            c0 = Over(c0, gp[0] - 128, m0);
+            y0 = Over(y0, Clamp255(gp[1] - bgBlack), m0);
+            c1 = Over(c1, gp[2] - 128, m0);
+            y1 = Over(y1, Clamp255(gp[3] - bgBlack), m1);
+            if (ga) {
+                a0 = Over(a0, ga[2 * p], m0);
+                a1 = Over(a1, ga[2 * p + 1], m1);
+            } else
+                a0 = a1 = 255;
             dst[4 * p + 0] = uint8_t(c0);
             dst[4 * p + 1] = uint8_t(y0);
             dst[4 * p + 2] = uint8_t(c1);
@@ -216,7 +212,7 @@ int CFx2d::RasterYUV422Filter() {
             }
         }
         // With a background that has no plane the whole plane row is opaque.
-        if (plane && g && !ga) std::memset(plane, 255, size_t(W));
+        if (plane && !ga) std::memset(plane, 255, size_t(W));
     };
     job.Walk(margin, image);
     FreeTaps();

@@ -104,6 +104,31 @@ void HorizontalBytes_C(uint8_t* out, const uint8_t* work, const ColumnPlan& plan
     HorizontalBytesPart_C(out, work, plan, shift, 0, plan.pixels);
 }
 
+void Spread422_C(uint8_t* out, const uint8_t* pairs, const uint8_t* alpha, uint8_t opaque,
+                 int32_t pixels) {
+    for (int32_t x = 0; x < pixels; ++x) {
+        const uint8_t* p = pairs + (x >> 1) * 4;
+        out[4 * x + 0] = p[0];
+        out[4 * x + 1] = p[(x & 1) ? 3 : 1];
+        out[4 * x + 2] = p[2];
+        out[4 * x + 3] = alpha ? alpha[x] : opaque;
+    }
+}
+
+void Pack422_C(uint8_t* out, uint8_t* plane, const uint8_t* tuples, int32_t pairs) {
+    for (int32_t p = 0; p < pairs; ++p) {
+        const uint8_t* e = tuples + 8 * p;
+        out[4 * p + 0] = e[0];
+        out[4 * p + 1] = e[1];
+        out[4 * p + 2] = e[2];
+        out[4 * p + 3] = e[5];
+        if (plane) {
+            plane[2 * p] = e[3];
+            plane[2 * p + 1] = e[7];
+        }
+    }
+}
+
 bool RowFitsBytes(const Fx2dTapList& list, const int32_t seed[4], int32_t shift) {
     if (shift < 0 || shift > 14) return false;
     int64_t pos = 0, neg = 0;
@@ -175,8 +200,9 @@ bool ColumnPlanStore::Build(const Fx2dTapList* lists, int32_t pixels, int32_t se
 }
 
 namespace {
-const Kernels kPlain = {"plain",      Vertical_C,      Horizontal_C,      Nearest_C, Compose_C,
-                        ComposeYuv_C, VerticalBytes_C, HorizontalBytes_C, 1};
+const Kernels kPlain = {"plain",   Vertical_C,   Horizontal_C,    Nearest_C,
+                        Compose_C, ComposeYuv_C, VerticalBytes_C, HorizontalBytes_C,
+                        1,         Spread422_C,  Pack422_C};
 } // namespace
 
 const Kernels& PlainKernels() {

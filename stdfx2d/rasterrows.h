@@ -73,6 +73,14 @@ struct ColumnPlan {
 typedef void (*HorizontalBytesFn)(uint8_t* out, const uint8_t* work, const ColumnPlan& plan,
                                   int32_t shift);
 
+// The 4:2:2 path's two rearrangements of bytes. Spread: tuple x of `out` is
+// (C0, Y0 or Y1 as x is even or odd, C1, alpha[x]) of pair x >> 1 of `pairs`, with
+// `opaque` for the alpha when `alpha` is null. Pack: pair p of `out` is C0, Y, C1 of
+// tuple 2p and the Y of tuple 2p + 1; plane (when not null) gets both tuples' alphas.
+typedef void (*Spread422Fn)(uint8_t* out, const uint8_t* pairs, const uint8_t* alpha,
+                            uint8_t opaque, int32_t pixels);
+typedef void (*Pack422Fn)(uint8_t* out, uint8_t* plane, const uint8_t* tuples, int32_t pairs);
+
 struct Kernels {
     const char* name;
     VerticalFn vertical;
@@ -83,6 +91,8 @@ struct Kernels {
     VerticalBytesFn verticalBytes;
     HorizontalBytesFn horizontalBytes;
     int32_t columnBlock; // the `block` its horizontalBytes wants of a plan
+    Spread422Fn spread422;
+    Pack422Fn pack422;
 };
 
 // Whether one row list's vertical sums all lie in 0 .. (256 << shift) - 1 for any source
@@ -110,6 +120,9 @@ void ComposeYuv_C(uint8_t* out, const uint8_t* s, const uint8_t* g, int32_t pixe
 void VerticalBytes_C(uint8_t* out, const uint8_t* const* rows, const int32_t* weights, int32_t taps,
                      const int32_t seed[4], int32_t x0, int32_t x1, int32_t shift);
 void HorizontalBytes_C(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, int32_t shift);
+void Spread422_C(uint8_t* out, const uint8_t* pairs, const uint8_t* alpha, uint8_t opaque,
+                 int32_t pixels);
+void Pack422_C(uint8_t* out, uint8_t* plane, const uint8_t* tuples, int32_t pairs);
 // The plain form over pixels x0..x1-1 of a plan only (the vector forms' tails).
 void HorizontalBytesPart_C(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, int32_t shift,
                            int32_t x0, int32_t x1);

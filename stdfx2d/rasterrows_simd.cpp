@@ -266,6 +266,89 @@ void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, 
     HorizontalBytesPart_C(out, work, plan, shift, whole, plan.pixels);
 }
 
+// ---- the 4:2:2 rearrangements
+
+using DU32 = hn::ScalableTag<uint32_t>;
+constexpr int32_t kTuples = int32_t(hn::MaxLanes(DU32())); // tuples a vector
+
+// Whole vectors of kTuples tuples. Each pair's bytes are widened to 16-bit lanes, so
+// that a 128-bit part holds the two pairs of its four tuples at even bytes; a byte
+// shuffle within the part places C0, Y, C1 and leaves byte 3 of each tuple zero, where
+// the alpha byte, widened to 32 bits and moved up by 24, goes.
+void SpreadBlocks(uint8_t* out, const uint8_t* pairs, const uint8_t* alpha, uint8_t opaque,
+                  int32_t pixels) {
+    const hn::Repartition<uint8_t, DU32> d8;
+    const DU32 d32;
+    const hn::Repartition<uint16_t, DU32> d16;
+    const hn::Rebind<uint8_t, decltype(d16)> dPairs;
+    const hn::Rebind<uint8_t, DU32> dAlpha;
+    alignas(16) static constexpr uint8_t kPlace[16] = {0, 2,  4,  0x80, 0, 6,  4,  0x80,
+                                                       8, 10, 12, 0x80, 8, 14, 12, 0x80};
+    const auto place = hn::LoadDup128(d8, kPlace);
+    const auto solid = hn::Set(d32, uint32_t(opaque) << 24);
+    for (int32_t x = 0; x < pixels; x += kTuples) {
+        const auto p = hn::BitCast(d8, hn::PromoteTo(d16, hn::LoadU(dPairs, pairs + 2 * x)));
+        const auto a =
+            alpha ? hn::ShiftLeft<24>(hn::PromoteTo(d32, hn::LoadU(dAlpha, alpha + x))) : solid;
+        hn::StoreU(hn::Or(hn::TableLookupBytesOr0(p, place), hn::BitCast(d8, a)), d8, out + 4 * x);
+    }
+}
+
+void Spread422(uint8_t* out, const uint8_t* pairs, const uint8_t* alpha, uint8_t opaque,
+               int32_t pixels) {
+    kelp::simd::SplitRun(
+        pixels, kTuples, 0, [&](int32_t n) HWY_ATTR { SpreadBlocks(out, pairs, alpha, opaque, n); },
+        [&](int32_t n, int32_t rest) {
+            // n is even: the rest starts on a pair.
+            Spread422_C(out + 4 * n, pairs + 2 * n, alpha ? alpha + n : nullptr, opaque, rest);
+        });
+}
+
+// Whole vectors of kTuples / 2 pairs. A byte shuffle within each 128-bit part puts its
+// two pairs' C0, Y0, C1, Y1 in 32-bit lanes 0 and 1 and their alphas in lane 2; one
+// permutation of 32-bit lanes gathers the pairs of all parts in the lower half and the
+// alphas in the quarter above.
+void PackBlocks(uint8_t* out, uint8_t* plane, const uint8_t* tuples, int32_t pairs) {
+    const hn::Repartition<uint8_t, DU32> d8;
+    const DU32 d32;
+    const hn::Half<DU32> dh;
+    const hn::Half<decltype(dh)> dq;
+    alignas(16) static constexpr uint8_t kPick[16] = {0, 1, 2,  5,  8,    9,    10,   13,
+                                                      3, 7, 11, 15, 0x80, 0x80, 0x80, 0x80};
+    const auto pick = hn::LoadDup128(d8, kPick);
+    constexpr int32_t kParts = kTuples / 4;
+    alignas(64) uint32_t gather[kTuples];
+    for (int32_t i = 0; i < kTuples; ++i)
+        gather[i] = 0;
+    for (int32_t b = 0; b < kParts; ++b) {
+        gather[2 * b] = uint32_t(4 * b);
+        gather[2 * b + 1] = uint32_t(4 * b + 1);
+        gather[2 * kParts + b] = uint32_t(4 * b + 2);
+    }
+    const auto order = hn::SetTableIndices(d32, gather);
+    constexpr int32_t kPairs = kTuples / 2;
+    for (int32_t p = 0; p < pairs; p += kPairs) {
+        const auto v =
+            hn::BitCast(d32, hn::TableLookupBytesOr0(hn::LoadU(d8, tuples + 8 * p), pick));
+        const auto r = hn::TableLookupLanes(v, order);
+        const hn::Repartition<uint8_t, decltype(dh)> dhb;
+        hn::StoreU(hn::BitCast(dhb, hn::LowerHalf(dh, r)), dhb, out + 4 * p);
+        if (plane) {
+            const hn::Repartition<uint8_t, decltype(dq)> dqb;
+            hn::StoreU(hn::BitCast(dqb, hn::LowerHalf(dq, hn::UpperHalf(dh, r))), dqb,
+                       plane + 2 * p);
+        }
+    }
+}
+
+void Pack422(uint8_t* out, uint8_t* plane, const uint8_t* tuples, int32_t pairs) {
+    kelp::simd::SplitRun(
+        pairs, kTuples / 2, 0, [&](int32_t n) HWY_ATTR { PackBlocks(out, plane, tuples, n); },
+        [&](int32_t n, int32_t rest) {
+            Pack422_C(out + 4 * n, plane ? plane + 2 * n : nullptr, tuples + 8 * n, rest);
+        });
+}
+
 constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME,
                               Vertical,
                               Horizontal,
@@ -274,7 +357,9 @@ constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME,
                               ComposeYuv_C,
                               VerticalBytes,
                               HorizontalBytes,
-                              kColumnBlock};
+                              kColumnBlock,
+                              Spread422,
+                              Pack422};
 
 #endif // KELP_SIMD_VECTOR_PASS
 } // namespace HWY_NAMESPACE

@@ -236,6 +236,39 @@ TEST(Fx2dRows, ColumnPlanRefusesWhatItCannotHold) {
     EXPECT_EQ(store.plan.Weight(0, 0, 3), 0);
 }
 
+TEST(Fx2dRows, Spread422AndPack422EqualPlainWithAndWithoutAlpha) {
+    std::mt19937 rng(13);
+    kelptest::ForEachSimdTarget([&](int) {
+        for (int32_t len : kLengths)
+            for (bool withAlpha : {true, false}) {
+                // Spread: `len` tuples from (len + 1) / 2 pairs and len alpha bytes.
+                const int32_t pairs = (len + 1) / 2;
+                GuardedBuffer src(size_t(4 * pairs)), alpha(static_cast<size_t>(len));
+                src.Random(rng);
+                alpha.Random(rng);
+                const uint8_t* a = withAlpha ? alpha.data() : nullptr;
+                GuardedBuffer got(size_t(4 * len)), want(size_t(4 * len));
+                Spread422_C(want.data(), src.data(), a, 200, len);
+                Current().spread422(got.data(), src.data(), a, 200, len);
+                ASSERT_EQ(got.Copy(), want.Copy()) << "spread, length " << len;
+
+                // Pack: `len` pairs from 2 len tuples, with and without a plane.
+                GuardedBuffer tuples(size_t(8 * len));
+                tuples.Random(rng);
+                GuardedBuffer gotPairs(size_t(4 * len)), wantPairs(size_t(4 * len));
+                GuardedBuffer gotPlane(size_t(2 * len)), wantPlane(size_t(2 * len));
+                gotPlane.Fill(7);
+                wantPlane.Fill(7);
+                Pack422_C(wantPairs.data(), withAlpha ? wantPlane.data() : nullptr, tuples.data(),
+                          len);
+                Current().pack422(gotPairs.data(), withAlpha ? gotPlane.data() : nullptr,
+                                  tuples.data(), len);
+                ASSERT_EQ(gotPairs.Copy(), wantPairs.Copy()) << "pack, length " << len;
+                ASSERT_EQ(gotPlane.Copy(), wantPlane.Copy()) << "pack, length " << len;
+            }
+    });
+}
+
 TEST(Fx2dRows, NearestGatherEqualsPlain) {
     std::mt19937 rng(3);
     const int32_t srcPixels = 53;
