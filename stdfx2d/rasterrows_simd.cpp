@@ -194,7 +194,10 @@ HWY_INLINE hn::Vec<D> LoadWindows(D d, const uint8_t* work, const int32_t* start
     }
 }
 
-void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, int32_t shift) {
+// kGroups: the plan's group count when it is known here (1, the common case of four
+// taps), else 0.
+template <int32_t kGroups>
+void HorizontalBytesOf(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, int32_t shift) {
     const DB d8;
     const hn::Repartition<int16_t, DB> d16;
     const hn::Repartition<int32_t, DB> d32;
@@ -208,7 +211,7 @@ void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, 
                                                       10, 0x80, 14, 0x80, 11, 0x80, 15, 0x80};
     const auto low = hn::LoadDup128(d8, kLow);
     const auto high = hn::LoadDup128(d8, kHigh);
-    const int32_t groups = plan.groups;
+    const int32_t groups = kGroups ? kGroups : plan.groups;
     // A plan laid out for another block is read by the plain loop.
     const int32_t whole =
         plan.block == kColumnBlock ? plan.pixels / kColumnBlock * kColumnBlock : 0;
@@ -264,6 +267,13 @@ void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, 
     for (; x < whole; x += B)
         hn::StoreU(hn::DemoteTo(dOut, sums(x)), dOut, out + 4 * x);
     HorizontalBytesPart_C(out, work, plan, shift, whole, plan.pixels);
+}
+
+void HorizontalBytes(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, int32_t shift) {
+    if (plan.groups == 1)
+        HorizontalBytesOf<1>(out, work, plan, shift);
+    else
+        HorizontalBytesOf<0>(out, work, plan, shift);
 }
 
 // ---- the 4:2:2 rearrangements
