@@ -125,28 +125,75 @@ void Compose(uint8_t* out, const uint8_t* s, const uint8_t* g, int32_t pixels) {
 
 // ---- the byte work row
 
+using DS16 = hn::ScalableTag<int16_t>;
+constexpr int32_t kLanesS16 = int32_t(hn::MaxLanes(DS16()));
+
+// The 16-bit vertical pass over bytes j .. end - 1 (whole vectors) with kTaps taps kept
+// in registers (1 to 4), or any number of taps read from memory (kTaps 0).
+template <int kTaps>
+HWY_INLINE void Vertical16(uint8_t* out, const uint8_t* const* rows, const int32_t* weights,
+                           int32_t taps, hn::Vec<DS16> seeds, int32_t j, int32_t end,
+                           int32_t shift) {
+    const DS16 d;
+    const hn::Rebind<uint8_t, DS16> d8;
+    if constexpr (kTaps == 0) {
+        for (; j < end; j += kLanesS16) {
+            auto acc = seeds;
+            for (int32_t k = 0; k < taps; ++k) {
+                const auto px = hn::PromoteTo(d, hn::LoadU(d8, rows[k] + j));
+                acc = hn::Add(acc, hn::Mul(px, hn::Set(d, int16_t(weights[k]))));
+            }
+            hn::StoreU(hn::DemoteTo(d8, hn::ShiftRightSame(acc, shift)), d8, out + j);
+        }
+    } else {
+        const uint8_t* r0 = rows[0];
+        const uint8_t* r1 = rows[kTaps > 1 ? 1 : 0];
+        const uint8_t* r2 = rows[kTaps > 2 ? 2 : 0];
+        const uint8_t* r3 = rows[kTaps > 3 ? 3 : 0];
+        const auto w0 = hn::Set(d, int16_t(weights[0]));
+        const auto w1 = hn::Set(d, int16_t(weights[kTaps > 1 ? 1 : 0]));
+        const auto w2 = hn::Set(d, int16_t(weights[kTaps > 2 ? 2 : 0]));
+        const auto w3 = hn::Set(d, int16_t(weights[kTaps > 3 ? 3 : 0]));
+        for (; j < end; j += kLanesS16) {
+            auto acc = hn::Add(seeds, hn::Mul(hn::PromoteTo(d, hn::LoadU(d8, r0 + j)), w0));
+            if constexpr (kTaps > 1)
+                acc = hn::Add(acc, hn::Mul(hn::PromoteTo(d, hn::LoadU(d8, r1 + j)), w1));
+            if constexpr (kTaps > 2)
+                acc = hn::Add(acc, hn::Mul(hn::PromoteTo(d, hn::LoadU(d8, r2 + j)), w2));
+            if constexpr (kTaps > 3)
+                acc = hn::Add(acc, hn::Mul(hn::PromoteTo(d, hn::LoadU(d8, r3 + j)), w3));
+            hn::StoreU(hn::DemoteTo(d8, hn::ShiftRightSame(acc, shift)), d8, out + j);
+        }
+    }
+}
+
 void VerticalBytes(uint8_t* out, const uint8_t* const* rows, const int32_t* weights, int32_t taps,
                    const int32_t seed[4], int32_t x0, int32_t x1, int32_t shift) {
     if (shift <= 7) {
-        using D = hn::ScalableTag<int16_t>;
-        const D d;
-        const hn::Rebind<uint8_t, D> d8;
-        constexpr int32_t kLanes = int32_t(hn::MaxLanes(D()));
-        alignas(64) int16_t pattern[kLanes];
-        for (int32_t i = 0; i < kLanes; ++i)
+        const DS16 d;
+        alignas(64) int16_t pattern[kLanesS16];
+        for (int32_t i = 0; i < kLanesS16; ++i)
             pattern[i] = int16_t(uint16_t(uint32_t(seed[i & 3])));
         const auto seeds = hn::Load(d, pattern);
         kelp::simd::SplitRun(
-            x1 - x0, kLanes / 4, 0,
+            x1 - x0, kLanesS16 / 4, 0,
             [&](int32_t n) HWY_ATTR {
-                const int32_t end = 4 * (x0 + n);
-                for (int32_t j = 4 * x0; j < end; j += kLanes) {
-                    auto acc = seeds;
-                    for (int32_t k = 0; k < taps; ++k) {
-                        const auto px = hn::PromoteTo(d, hn::LoadU(d8, rows[k] + j));
-                        acc = hn::Add(acc, hn::Mul(px, hn::Set(d, int16_t(weights[k]))));
-                    }
-                    hn::StoreU(hn::DemoteTo(d8, hn::ShiftRightSame(acc, shift)), d8, out + j);
+                const int32_t j = 4 * x0, end = 4 * (x0 + n);
+                switch (taps) {
+                case 1:
+                    Vertical16<1>(out, rows, weights, taps, seeds, j, end, shift);
+                    break;
+                case 2:
+                    Vertical16<2>(out, rows, weights, taps, seeds, j, end, shift);
+                    break;
+                case 3:
+                    Vertical16<3>(out, rows, weights, taps, seeds, j, end, shift);
+                    break;
+                case 4:
+                    Vertical16<4>(out, rows, weights, taps, seeds, j, end, shift);
+                    break;
+                default:
+                    Vertical16<0>(out, rows, weights, taps, seeds, j, end, shift);
                 }
             },
             [&](int32_t n, int32_t rest) {
