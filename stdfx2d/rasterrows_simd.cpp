@@ -15,7 +15,7 @@
 //   16-bit lanes that multiply and add modulo 65536 end on the exact sum (the wrapped
 //   partial sums do not matter, only the last one, which is in range); the arithmetic
 //   shift then gives the plain value, and the narrowing to bytes changes nothing. Above
-//   7 the sums are kept in 32-bit lanes.
+//   7 the sums are kept in 32-bit lanes, two taps a multiply-add of 16-bit pairs.
 // - horizontal from bytes: one target pixel a 128-bit part. A part is loaded with the
 //   16 bytes of the pixel's window of four source pixels, its bytes are moved to 16-bit
 //   lanes as (pixel 0, pixel 1) and (pixel 2, pixel 3) pairs of each channel with zero
@@ -201,23 +201,41 @@ void VerticalBytes(uint8_t* out, const uint8_t* const* rows, const int32_t* weig
             });
         return;
     }
-    const D32 d;
-    const D8of32 d8;
-    alignas(64) int32_t pattern[16];
-    for (int i = 0; i < 16; ++i)
+    // Wider shifts: two taps at a time in 32-bit sums. The two rows' bytes, widened to
+    // 16 bits and interleaved, meet the pair of weights in ReorderWidenMulAccumulate
+    // (each 32-bit lane: a x wa + b x wb, exact). The sums of a vector's lower and upper
+    // interleavings come out as channels 0-3 and 4-7 of each 128-bit part, and the
+    // saturating 32-to-16-bit packing, which works per part, puts them back in order.
+    // The weights fit 16 bits: RowFitsBytes bounds the positive ones by (256 << 14) / 255.
+    const DS16 d;
+    const hn::Rebind<uint8_t, DS16> d8;
+    const hn::Repartition<int32_t, DS16> d32;
+    alignas(64) int32_t pattern[kLanesS16 / 2];
+    for (int32_t i = 0; i < kLanesS16 / 2; ++i)
         pattern[i] = seed[i & 3];
-    const auto seeds = hn::Load(d, pattern);
+    const auto seeds = hn::Load(d32, pattern);
     kelp::simd::SplitRun(
-        x1 - x0, kLanes32 / 4, 0,
+        x1 - x0, kLanesS16 / 4, 0,
         [&](int32_t n) HWY_ATTR {
             const int32_t end = 4 * (x0 + n);
-            for (int32_t j = 4 * x0; j < end; j += kLanes32) {
-                auto acc = seeds;
-                for (int32_t k = 0; k < taps; ++k) {
-                    const auto px = hn::PromoteTo(d, hn::LoadU(d8, rows[k] + j));
-                    acc = hn::Add(acc, hn::Mul(px, hn::Set(d, weights[k])));
+            for (int32_t j = 4 * x0; j < end; j += kLanesS16) {
+                auto lo = seeds, hi = seeds, unused = hn::Zero(d32);
+                for (int32_t k = 0; k < taps; k += 2) {
+                    const bool pair = k + 1 < taps;
+                    const auto a = hn::PromoteTo(d, hn::LoadU(d8, rows[k] + j));
+                    const auto b =
+                        pair ? hn::PromoteTo(d, hn::LoadU(d8, rows[k + 1] + j)) : hn::Zero(d);
+                    const uint32_t wb = pair ? uint32_t(weights[k + 1]) : 0u;
+                    const auto w = hn::BitCast(
+                        d, hn::Set(d32, int32_t((wb << 16) | (uint32_t(weights[k]) & 0xFFFFu))));
+                    lo = hn::ReorderWidenMulAccumulate(d32, hn::InterleaveLower(d, a, b), w, lo,
+                                                       unused);
+                    hi = hn::ReorderWidenMulAccumulate(d32, hn::InterleaveUpper(d, a, b), w, hi,
+                                                       unused);
                 }
-                hn::StoreU(hn::DemoteTo(d8, hn::ShiftRightSame(acc, shift)), d8, out + j);
+                const auto packed = hn::ReorderDemote2To(d, hn::ShiftRightSame(lo, shift),
+                                                         hn::ShiftRightSame(hi, shift));
+                hn::StoreU(hn::DemoteTo(d8, packed), d8, out + j);
             }
         },
         [&](int32_t n, int32_t rest) {
