@@ -88,15 +88,25 @@ void VerticalBytes_C(uint8_t* out, const uint8_t* const* rows, const int32_t* we
 
 void HorizontalBytesPart_C(uint8_t* out, const uint8_t* work, const ColumnPlan& plan, int32_t shift,
                            int32_t x0, int32_t x1) {
+    const int32_t B = plan.block;
     for (int32_t x = x0; x < x1; ++x) {
-        const uint8_t* w = work + 4 * ptrdiff_t(plan.start[x]);
-        for (int c = 0; c < 4; ++c) {
-            int32_t s = plan.seeds[4 * x + c];
-            for (int32_t g = 0; g < plan.groups; ++g)
-                for (int32_t j = 0; j < 4; ++j)
-                    s += w[4 * (4 * g + j) + c] * plan.Weight(x, g, j);
-            out[4 * x + c] = uint8_t(Clamp255(s >> shift));
-        }
+        const uint8_t* p = work + 4 * ptrdiff_t(plan.start[x]);
+        // The weights of pixel x: plan.Weight(x, g, j) without the divisions.
+        const int16_t* wx = plan.weights + size_t(x / B) * plan.groups * 16 * B + 8 * (x % B);
+        int32_t s0 = plan.seeds[4 * x + 0], s1 = plan.seeds[4 * x + 1];
+        int32_t s2 = plan.seeds[4 * x + 2], s3 = plan.seeds[4 * x + 3];
+        for (int32_t g = 0; g < plan.groups; ++g, p += 16, wx += 16 * B)
+            for (int32_t j = 0; j < 4; ++j) {
+                const int32_t w = wx[(j >> 1) * 8 * B + (j & 1)];
+                s0 += p[4 * j + 0] * w;
+                s1 += p[4 * j + 1] * w;
+                s2 += p[4 * j + 2] * w;
+                s3 += p[4 * j + 3] * w;
+            }
+        out[4 * x + 0] = uint8_t(Clamp255(s0 >> shift));
+        out[4 * x + 1] = uint8_t(Clamp255(s1 >> shift));
+        out[4 * x + 2] = uint8_t(Clamp255(s2 >> shift));
+        out[4 * x + 3] = uint8_t(Clamp255(s3 >> shift));
     }
 }
 
