@@ -324,6 +324,40 @@ TEST(Fx2dRows, ComposeEqualsPlainOverEveryAlphaAndBackgroundByte) {
     });
 }
 
+TEST(Fx2dRows, ComposeYuvEqualsPlainOverEveryAlphaAndBackgroundByte) {
+    std::mt19937 rng(14);
+    // Every pair of background byte and source alpha in every channel, source colours
+    // random over the whole byte range, for a full-range and a video-range background.
+    const int32_t pixels = 65536;
+    std::vector<uint8_t> s(size_t(pixels) * 4), g(size_t(pixels) * 4);
+    for (int32_t i = 0; i < pixels; ++i) {
+        for (int c = 0; c < 3; ++c) {
+            s[4 * size_t(i) + c] = uint8_t(rng());
+            g[4 * size_t(i) + c] = uint8_t(i);
+        }
+        s[4 * size_t(i) + 3] = uint8_t(i >> 8);
+        g[4 * size_t(i) + 3] = uint8_t(i);
+    }
+    for (int32_t black : {0, 16}) {
+        std::vector<uint8_t> want(s.size());
+        ComposeYuv_C(want.data(), s.data(), g.data(), pixels, black);
+        kelptest::ForEachSimdTarget([&](int) {
+            std::vector<uint8_t> got(s.size());
+            Current().composeYuv(got.data(), s.data(), g.data(), pixels, black);
+            ASSERT_EQ(got, want) << "black " << black;
+            for (int32_t len : kLengths) {
+                GuardedBuffer sb(size_t(4 * len)), gb(size_t(4 * len));
+                std::memcpy(sb.data(), s.data() + 4 * 3000, size_t(4 * len));
+                std::memcpy(gb.data(), g.data() + 4 * 3000, size_t(4 * len));
+                Current().composeYuv(sb.data(), sb.data(), gb.data(), len, black); // in place
+                ASSERT_EQ(sb.Copy(), std::vector<uint8_t>(want.begin() + 4 * 3000,
+                                                          want.begin() + 4 * (3000 + len)))
+                    << "length " << len;
+            }
+        });
+    }
+}
+
 TEST(Fx2dRows, WholeTransformsOfOddSizesAtGuardPagesEqualPlain) {
     using fx2dtest::Fmt;
     using fx2dtest::Picture;
