@@ -126,7 +126,8 @@ struct YuvImage {
     std::vector<uint8_t> bits;
 };
 
-// Arguments: target width, target height, mode, format, the best vector target allowed.
+// Arguments: target width, target height, mode, format, the best vector target allowed,
+// job (0 scale, 1 the effect over a background of the target's size).
 void BM_Fx2dYuv(benchmark::State& state) {
     const int target = int(state.range(4));
     if (target != kelp::kSimdPlain && !(kelp::SimdTargetsAvailable() & kelp::SimdBit(target))) {
@@ -135,16 +136,30 @@ void BM_Fx2dYuv(benchmark::State& state) {
     }
     const uint32_t old = kelp::MaskSimdTargets((kelp::SimdBit(target) << 1) - 1);
     const bool packed = state.range(3) != 0;
-    YuvImage src(1920, 1080, packed), dst(int32_t(state.range(0)), int32_t(state.range(1)), packed);
+    const int32_t w = int32_t(state.range(0)), h = int32_t(state.range(1));
+    YuvImage src(1920, 1080, packed), dst(w, h, packed), bg(w, h, packed);
     stdfx2d::FX2DPARAM p = {};
     p.size = sizeof p;
-    p.scaleX = double(state.range(0)) / 1920;
-    p.scaleY = double(state.range(1)) / 1080;
+    p.scaleX = double(w) / 1920;
+    p.scaleY = double(h) / 1080;
+    const bool effect = state.range(5) != 0;
+    if (effect) {
+        p.scaleX = p.scaleY = 0.6;
+        p.offsetX = 0.15;
+        p.offsetY = -0.1;
+        p.transparency = 30;
+    }
     const int mode = int(state.range(2));
     for (auto _ : state) {
-        const int r = stdfx2d::Fx2d(&dst.rec.bmi, dst.bits.data(), &src.rec.bmi, src.bits.data(), p,
-                                    -1, mode);
-        benchmark::DoNotOptimize(r);
+        const int r = effect
+                          ? stdfx2d::Fx2d(&dst.rec.bmi, dst.bits.data(), &src.rec.bmi,
+                                          src.bits.data(), &bg.rec.bmi, bg.bits.data(), p, -1, mode)
+                          : stdfx2d::Fx2d(&dst.rec.bmi, dst.bits.data(), &src.rec.bmi,
+                                          src.bits.data(), p, -1, mode);
+        if (r != 0) {
+            state.SkipWithError("the transform refused");
+            break;
+        }
     }
     static const char* kModes[3] = {"nearest", "filter", "soft"};
     state.SetLabel(std::string(packed ? "4:2:2 " : "4:4:4 ") + kModes[mode] + " " +
@@ -154,15 +169,17 @@ void BM_Fx2dYuv(benchmark::State& state) {
 }
 
 BENCHMARK(BM_Fx2dYuv)
-    ->ArgNames({"w", "h", "mode", "packed", "simd"})
-    ->Args({960, 540, 1, 0, 0})
-    ->Args({960, 540, 1, 0, 3})
-    ->Args({960, 540, 1, 0, 4})
-    ->Args({960, 540, 1, 1, 0})
-    ->Args({960, 540, 1, 1, 3})
-    ->Args({960, 540, 1, 1, 4})
-    ->Args({3840, 2160, 1, 1, 3})
-    ->Args({3840, 2160, 1, 1, 4})
+    ->ArgNames({"w", "h", "mode", "packed", "simd", "effect"})
+    ->Args({960, 540, 1, 0, 0, 0})
+    ->Args({960, 540, 1, 0, 3, 0})
+    ->Args({960, 540, 1, 0, 4, 0})
+    ->Args({960, 540, 1, 1, 0, 0})
+    ->Args({960, 540, 1, 1, 3, 0})
+    ->Args({960, 540, 1, 1, 4, 0})
+    ->Args({3840, 2160, 1, 1, 3, 0})
+    ->Args({3840, 2160, 1, 1, 4, 0})
+    ->Args({1920, 1080, 1, 0, 3, 1})
+    ->Args({1920, 1080, 1, 0, 4, 1})
     ->Unit(benchmark::kMillisecond);
 
 } // namespace
