@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "stdfx2d/fx2d.h"
+#include "stdfx2d/nearestrows.h"
 #include "stdfx2d/raster.h"
 #include "stdfx2d/rastermargin.h"
 #include "stdfx2d/rasterrows.h"
@@ -38,11 +39,20 @@ int CFx2d::RasterNearest(bool yuv) {
     RasterJob job;
     MakeJob(job);
     const rasterrows::Kernels& k = rasterrows::Current();
+    const nearestrows::Kernels& nk = nearestrows::Current();
     const bool renders = job.target.bytes == 4 && job.source.bytes == 4;
     const int32_t W = job.target.width;
     const int32_t cols = std::min(job.columns, m_span.Width());
+    nearestrows::NearestPlan plan;
+    if (renders)
+        nearestrows::BuildNearestPlan(plan, job.columnLookup, cols, job.source.width, nk.block);
     std::vector<uint8_t> out(size_t(std::max(cols, 1)) * 4), tmp;
     bool refused = false;
+    // A target row whose source row is the last one's is that row again: without a
+    // background it is copied whole, margins and all (they hold the empty value); with
+    // one, the picked pixels are kept and composed over the new background row.
+    int32_t lastSource = -1;
+    const uint8_t* lastRow = nullptr;
 
     auto margin = [&](int32_t row, int32_t n) {
         if (!refused) MarginPixels(job, row, n, 0, W, tmp);
@@ -50,18 +60,28 @@ int CFx2d::RasterNearest(bool yuv) {
     auto image = [&](int32_t row, int32_t n, int32_t t) {
         if (!renders) refused = true;
         if (refused) return;
-        const uint8_t* src = job.source.Row(job.rowLookup[t]);
-        uint8_t* img = job.target.Row(row) + 4 * ptrdiff_t(job.left);
+        const int32_t sr = job.rowLookup[t];
+        const bool again = sr == lastSource;
+        lastSource = sr;
+        uint8_t* dst = job.target.Row(row);
+        if (again && !job.hasBackground) {
+            std::memcpy(dst, lastRow, size_t(W) * 4);
+            lastRow = dst;
+            return;
+        }
+        lastRow = dst;
+        const uint8_t* src = job.source.Row(sr);
+        uint8_t* img = dst + 4 * ptrdiff_t(job.left);
         MarginPixels(job, row, n, 0, job.left, tmp);
         if (job.hasBackground) {
-            k.nearest(out.data(), src, job.columnLookup, cols);
+            if (!again) nk.row(out.data(), src, job.columnLookup, plan, cols);
             const uint8_t* g = BackgroundPixels(job, n, job.left, cols, tmp);
             if (yuv)
                 k.composeYuv(img, out.data(), g, cols, job.background.black);
             else
                 k.compose(img, out.data(), g, cols);
         } else
-            k.nearest(img, src, job.columnLookup, cols);
+            nk.row(img, src, job.columnLookup, plan, cols);
         MarginPixels(job, row, n, job.left + cols, W - job.left - cols, tmp);
     };
     job.Walk(margin, image);

@@ -1,0 +1,51 @@
+// Row kernel of the nearest raster paths: each target pixel of a row is one source pixel,
+// picked by a column lookup, 4-byte pixels.
+//
+// The plain loop (NearestRow_C) defines the result. The vector forms take a plan made
+// once a pass from the lookup (BuildNearestPlan): the lookup cut into blocks of one
+// vector of pixels; a block whose pixels all come from one vector's width of the source
+// row is one unaligned load and one lane permutation, any other block is the plain loop.
+// No form reads or writes beyond the pixels it is given.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace stdfx2d {
+namespace nearestrows {
+
+// The lookup of one pass, cut into blocks of `block` pixels (0 for the plain loop): for
+// block b, base[b] is the first source pixel of the vector loaded, or -1 when the block
+// is left to the plain loop; rel[x] = lookup[x] - base[x / block] in the blocks that have
+// a base. Pixels beyond the last whole block have no entries.
+struct NearestPlan {
+    int32_t block = 0;
+    std::vector<int32_t> base;
+    std::vector<int32_t> rel;
+};
+
+// out[x] = src[lookup[x]] for x < pixels.
+void NearestRow_C(uint8_t* out, const uint8_t* src, const int32_t* lookup, int32_t pixels);
+
+// The plan for `pixels` entries of `lookup` over a source row of `srcPixels` pixels, with
+// vectors of `block` pixels.
+void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, int32_t srcPixels,
+                      int32_t block);
+
+// The row by a plan: the same bytes as NearestRow_C(out, src, lookup, pixels).
+typedef void (*NearestRowFn)(uint8_t* out, const uint8_t* src, const int32_t* lookup,
+                             const NearestPlan& plan, int32_t pixels);
+
+struct Kernels {
+    const char* name;
+    int32_t block; // pixels a vector, 0 for the plain loop
+    NearestRowFn row;
+};
+
+const Kernels& PlainKernels();
+const Kernels& ForTarget(int target);
+const Kernels& Current();
+const Kernels* VectorKernels(int target);
+
+} // namespace nearestrows
+} // namespace stdfx2d
