@@ -15,16 +15,20 @@ void NearestRow_C(uint8_t* out, const uint8_t* src, const int32_t* lookup, int32
 }
 
 void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, int32_t srcPixels,
-                      int32_t block) {
+                      int32_t block, const void* out) {
     plan.block = block;
+    plan.head = 0;
     plan.base.clear();
     plan.rel.clear();
-    if (block <= 0 || pixels < block || srcPixels < block) return;
-    const int32_t blocks = pixels / block;
+    if (block <= 0 || srcPixels < block) return;
+    const uintptr_t bytes = uintptr_t(block) * 4, at = reinterpret_cast<uintptr_t>(out);
+    if (at % 4 == 0) plan.head = int32_t(((bytes - at % bytes) % bytes) / 4);
+    if (pixels - plan.head < block) return;
+    const int32_t blocks = (pixels - plan.head) / block;
     plan.base.assign(size_t(blocks), -1);
     plan.rel.assign(size_t(blocks) * size_t(block), 0);
     for (int32_t b = 0; b < blocks; ++b) {
-        const int32_t* l = lookup + ptrdiff_t(b) * block;
+        const int32_t* l = lookup + plan.head + ptrdiff_t(b) * block;
         int32_t lo = l[0], hi = l[0];
         for (int32_t i = 1; i < block; ++i) {
             lo = l[i] < lo ? l[i] : lo;

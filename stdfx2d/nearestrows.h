@@ -14,12 +14,15 @@
 namespace stdfx2d {
 namespace nearestrows {
 
-// The lookup of one pass, cut into blocks of `block` pixels (0 for the plain loop): for
-// block b, base[b] is the first source pixel of the vector loaded, or -1 when the block
-// is left to the plain loop; rel[x] = lookup[x] - base[x / block] in the blocks that have
-// a base. Pixels beyond the last whole block have no entries.
+// The lookup of one pass, cut into blocks of `block` pixels (0 for the plain loop) after
+// `head` pixels that the plain loop does (so that the blocks' stores fall on whole
+// vectors of the target rows): block b covers pixels head + b * block onward; base[b] is
+// the first source pixel of the vector loaded for it, or -1 when the block is left to the
+// plain loop; rel holds lookup[x] - base[b] for the pixels of each block, in order.
+// Pixels beyond the last whole block have no entries.
 struct NearestPlan {
     int32_t block = 0;
+    int32_t head = 0;
     std::vector<int32_t> base;
     std::vector<int32_t> rel;
 };
@@ -28,9 +31,10 @@ struct NearestPlan {
 void NearestRow_C(uint8_t* out, const uint8_t* src, const int32_t* lookup, int32_t pixels);
 
 // The plan for `pixels` entries of `lookup` over a source row of `srcPixels` pixels, with
-// vectors of `block` pixels.
+// vectors of `block` pixels; `out` is where a row's first pixel is written (only its
+// alignment is used: the head that brings the stores onto whole vectors).
 void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, int32_t srcPixels,
-                      int32_t block);
+                      int32_t block, const void* out);
 
 // The row by a plan: the same bytes as NearestRow_C(out, src, lookup, pixels).
 typedef void (*NearestRowFn)(uint8_t* out, const uint8_t* src, const int32_t* lookup,

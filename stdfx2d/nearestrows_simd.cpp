@@ -1,6 +1,8 @@
 // The vector forms of the nearest row, one per vector target (docs/FASTPATHS.md).
 //
-// A block of the plan with a base is one unaligned load of a vector of source pixels
+// The first `head` pixels take the plain loop, so that the blocks' stores fall on whole
+// vectors of a row (a 64-byte store across two cache lines costs twice). A block of the
+// plan with a base is one unaligned load of a vector of source pixels
 // from the base, and one permutation of its 32-bit lanes by the block's relative indices
 // (TableLookupLanes crosses the 128-bit blocks: vpermd on AVX2 and AVX-512, a byte
 // shuffle on 128 bits). The plan keeps base + lanes within the source row and every
@@ -32,21 +34,23 @@ void Row(uint8_t* out, const uint8_t* src, const int32_t* lookup, const NearestP
          int32_t pixels) {
     const D32 d;
     const D8 d8;
+    const int32_t head = plan.head < pixels ? plan.head : pixels;
     const int32_t blocks =
-        plan.block == kLanes ? std::min(int32_t(plan.base.size()), pixels / kLanes) : 0;
+        plan.block == kLanes ? std::min(int32_t(plan.base.size()), (pixels - head) / kLanes) : 0;
+    if (head > 0) NearestRow_C(out, src, lookup, head);
     const int32_t* base = plan.base.data();
     const int32_t* rel = plan.rel.data();
     for (int32_t b = 0; b < blocks; ++b) {
-        const int32_t x = b * kLanes;
+        const int32_t x = head + b * kLanes;
         if (base[b] < 0) {
             NearestRow_C(out + 4 * ptrdiff_t(x), src, lookup + x, kLanes);
             continue;
         }
         const auto v = hn::BitCast(d, hn::LoadU(d8, src + 4 * ptrdiff_t(base[b])));
-        const auto idx = hn::IndicesFromVec(d, hn::LoadU(d, rel + x));
+        const auto idx = hn::IndicesFromVec(d, hn::LoadU(d, rel + ptrdiff_t(b) * kLanes));
         hn::StoreU(hn::BitCast(d8, hn::TableLookupLanes(v, idx)), d8, out + 4 * ptrdiff_t(x));
     }
-    const int32_t done = blocks * kLanes;
+    const int32_t done = head + blocks * kLanes;
     if (pixels > done) NearestRow_C(out + 4 * ptrdiff_t(done), src, lookup + done, pixels - done);
 }
 

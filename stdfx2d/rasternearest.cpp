@@ -44,8 +44,11 @@ int CFx2d::RasterNearest(bool yuv) {
     const int32_t W = job.target.width;
     const int32_t cols = std::min(job.columns, m_span.Width());
     nearestrows::NearestPlan plan;
+    // The vector stores line up with the image part of the target's rows (all of them
+    // when the pitch is whole vectors, as it is for the usual widths).
     if (renders)
-        nearestrows::BuildNearestPlan(plan, job.columnLookup, cols, job.source.width, nk.block);
+        nearestrows::BuildNearestPlan(plan, job.columnLookup, cols, job.source.width, nk.block,
+                                      job.target.Row(0) + 4 * ptrdiff_t(job.left));
     std::vector<uint8_t> out(size_t(std::max(cols, 1)) * 4), tmp;
     bool refused = false;
     // A target row whose source row is the last one's is that row again: without a
