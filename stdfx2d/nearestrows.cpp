@@ -20,7 +20,7 @@ void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, 
     plan.head = 0;
     plan.base.clear();
     plan.rel.clear();
-    if (block <= 0 || srcPixels < block) return;
+    if (block <= 0 || block > 256 || srcPixels < block) return;
     const uintptr_t bytes = uintptr_t(block) * 4, at = reinterpret_cast<uintptr_t>(out);
     if (at % 4 == 0) plan.head = int32_t(((bytes - at % bytes) % bytes) / 4);
     if (pixels - plan.head < block) return;
@@ -39,7 +39,7 @@ void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, 
         const int32_t base = lo + block <= srcPixels ? lo : srcPixels - block;
         plan.base[size_t(b)] = base;
         for (int32_t i = 0; i < block; ++i)
-            plan.rel[size_t(b) * size_t(block) + size_t(i)] = l[i] - base;
+            plan.rel[size_t(b) * size_t(block) + size_t(i)] = uint8_t(l[i] - base);
     }
 }
 

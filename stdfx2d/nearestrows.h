@@ -18,13 +18,15 @@ namespace nearestrows {
 // `head` pixels that the plain loop does (so that the blocks' stores fall on whole
 // vectors of the target rows): block b covers pixels head + b * block onward; base[b] is
 // the first source pixel of the vector loaded for it, or -1 when the block is left to the
-// plain loop; rel holds lookup[x] - base[b] for the pixels of each block, in order.
+// plain loop; rel holds lookup[x] - base[b] for the pixels of each block, in order, as
+// bytes: read beside the row's stores, 64 bytes of indices a block kept falling on the
+// same places in their pages as the stores, and the loads waited on them.
 // Pixels beyond the last whole block have no entries.
 struct NearestPlan {
     int32_t block = 0;
     int32_t head = 0;
     std::vector<int32_t> base;
-    std::vector<int32_t> rel;
+    std::vector<uint8_t> rel; // a vector holds at most 16 pixels
 };
 
 // out[x] = src[lookup[x]] for x < pixels.

@@ -34,12 +34,13 @@ void Row(uint8_t* out, const uint8_t* src, const int32_t* lookup, const NearestP
          int32_t pixels) {
     const D32 d;
     const D8 d8;
+    const hn::Rebind<uint8_t, D32> dRel;
     const int32_t head = plan.head < pixels ? plan.head : pixels;
     const int32_t blocks =
         plan.block == kLanes ? std::min(int32_t(plan.base.size()), (pixels - head) / kLanes) : 0;
     if (head > 0) NearestRow_C(out, src, lookup, head);
     const int32_t* base = plan.base.data();
-    const int32_t* rel = plan.rel.data();
+    const uint8_t* rel = plan.rel.data();
     for (int32_t b = 0; b < blocks; ++b) {
         const int32_t x = head + b * kLanes;
         if (base[b] < 0) {
@@ -47,7 +48,8 @@ void Row(uint8_t* out, const uint8_t* src, const int32_t* lookup, const NearestP
             continue;
         }
         const auto v = hn::BitCast(d, hn::LoadU(d8, src + 4 * ptrdiff_t(base[b])));
-        const auto idx = hn::IndicesFromVec(d, hn::LoadU(d, rel + ptrdiff_t(b) * kLanes));
+        const auto idx =
+            hn::IndicesFromVec(d, hn::PromoteTo(d, hn::LoadU(dRel, rel + ptrdiff_t(b) * kLanes)));
         hn::StoreU(hn::BitCast(d8, hn::TableLookupLanes(v, idx)), d8, out + 4 * ptrdiff_t(x));
     }
     const int32_t done = head + blocks * kLanes;

@@ -51,11 +51,12 @@ int CFx2d::RasterNearest(bool yuv) {
                                       job.target.Row(0) + 4 * ptrdiff_t(job.left));
     std::vector<uint8_t> out(size_t(std::max(cols, 1)) * 4), tmp;
     bool refused = false;
-    // A target row whose source row is the last one's is that row again: without a
-    // background it is copied whole, margins and all (they hold the empty value); with
-    // one, the picked pixels are kept and composed over the new background row.
+    // With a background the picked pixels of a source row are kept for every target row
+    // that takes that source row again, and composed over each background row. Without
+    // one each row is picked afresh straight into the target: copying the previous
+    // target row instead was slower (the copy reads it back from the cache; the pick
+    // writes the same bytes from one source vector a block).
     int32_t lastSource = -1;
-    const uint8_t* lastRow = nullptr;
 
     auto margin = [&](int32_t row, int32_t n) {
         if (!refused) MarginPixels(job, row, n, 0, W, tmp);
@@ -64,20 +65,12 @@ int CFx2d::RasterNearest(bool yuv) {
         if (!renders) refused = true;
         if (refused) return;
         const int32_t sr = job.rowLookup[t];
-        const bool again = sr == lastSource;
-        lastSource = sr;
-        uint8_t* dst = job.target.Row(row);
-        if (again && !job.hasBackground) {
-            std::memcpy(dst, lastRow, size_t(W) * 4);
-            lastRow = dst;
-            return;
-        }
-        lastRow = dst;
         const uint8_t* src = job.source.Row(sr);
-        uint8_t* img = dst + 4 * ptrdiff_t(job.left);
+        uint8_t* img = job.target.Row(row) + 4 * ptrdiff_t(job.left);
         MarginPixels(job, row, n, 0, job.left, tmp);
         if (job.hasBackground) {
-            if (!again) nk.row(out.data(), src, job.columnLookup, plan, cols);
+            if (sr != lastSource) nk.row(out.data(), src, job.columnLookup, plan, cols);
+            lastSource = sr;
             const uint8_t* g = BackgroundPixels(job, n, job.left, cols, tmp);
             if (yuv)
                 k.composeYuv(img, out.data(), g, cols, job.background.black);
