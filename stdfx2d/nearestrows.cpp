@@ -15,7 +15,7 @@ void NearestRow_C(uint8_t* out, const uint8_t* src, const int32_t* lookup, int32
 }
 
 void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, int32_t srcPixels,
-                      int32_t block, const void* out) {
+                      int32_t block, const void* out, const void* srcRow) {
     plan.block = block;
     plan.head = 0;
     plan.base.clear();
@@ -24,6 +24,7 @@ void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, 
     const uintptr_t bytes = uintptr_t(block) * 4, at = reinterpret_cast<uintptr_t>(out);
     if (at % 4 == 0) plan.head = int32_t(((bytes - at % bytes) % bytes) / 4);
     if (pixels - plan.head < block) return;
+    const int32_t srcShift = int32_t((reinterpret_cast<uintptr_t>(srcRow) % bytes) / 4);
     const int32_t blocks = (pixels - plan.head) / block;
     plan.base.assign(size_t(blocks), -1);
     plan.rel.assign(size_t(blocks) * size_t(block), 0);
@@ -36,7 +37,9 @@ void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, 
         }
         // One vector of source pixels that holds them all, within the row.
         if (lo < 0 || hi >= srcPixels || hi - lo >= block) continue;
-        const int32_t base = lo + block <= srcPixels ? lo : srcPixels - block;
+        int32_t base = lo + block <= srcPixels ? lo : srcPixels - block;
+        const int32_t aligned = lo - (lo + srcShift) % block; // a load within one line
+        if (aligned >= 0 && hi < aligned + block && aligned + block <= srcPixels) base = aligned;
         plan.base[size_t(b)] = base;
         for (int32_t i = 0; i < block; ++i)
             plan.rel[size_t(b) * size_t(block) + size_t(i)] = uint8_t(l[i] - base);

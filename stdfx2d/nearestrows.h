@@ -33,10 +33,12 @@ struct NearestPlan {
 void NearestRow_C(uint8_t* out, const uint8_t* src, const int32_t* lookup, int32_t pixels);
 
 // The plan for `pixels` entries of `lookup` over a source row of `srcPixels` pixels, with
-// vectors of `block` pixels; `out` is where a row's first pixel is written (only its
-// alignment is used: the head that brings the stores onto whole vectors).
+// vectors of `block` pixels; `out` is where a row's first pixel is written and `srcRow`
+// where a source row starts (only their alignment is used: the head that brings the
+// stores onto whole vectors, and loads that stay within one vector's line where the
+// block allows).
 void BuildNearestPlan(NearestPlan& plan, const int32_t* lookup, int32_t pixels, int32_t srcPixels,
-                      int32_t block, const void* out);
+                      int32_t block, const void* out, const void* srcRow = nullptr);
 
 // The row by a plan: the same bytes as NearestRow_C(out, src, lookup, pixels).
 typedef void (*NearestRowFn)(uint8_t* out, const uint8_t* src, const int32_t* lookup,

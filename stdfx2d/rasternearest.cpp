@@ -48,7 +48,8 @@ int CFx2d::RasterNearest(bool yuv) {
     // when the pitch is whole vectors, as it is for the usual widths).
     if (renders)
         nearestrows::BuildNearestPlan(plan, job.columnLookup, cols, job.source.width, nk.block,
-                                      job.target.Row(0) + 4 * ptrdiff_t(job.left));
+                                      job.target.Row(0) + 4 * ptrdiff_t(job.left),
+                                      job.source.Row(0));
     std::vector<uint8_t> out(size_t(std::max(cols, 1)) * 4), tmp;
     bool refused = false;
     // With a background the picked pixels of a source row are kept for every target row
