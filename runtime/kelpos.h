@@ -188,6 +188,11 @@ size_t PageSize();
 // PageSize()), so that a kernel reading or writing past a buffer placed before them
 // faults at once. PageFree releases them with the block.
 bool PageNoAccess(void* p, size_t size);
+// Backs the whole pages inside [p, p + size) with memory at once where they are not yet
+// backed, as writing them would, without changing a byte: one call in place of a fault
+// per page of a freshly mapped buffer that is about to be written in whole. Any memory
+// the caller may write; a hint only, which may do nothing.
+void PagePrepareWrite(void* p, size_t size);
 
 } // namespace os
 } // namespace kelp

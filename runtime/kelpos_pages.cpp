@@ -5,6 +5,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <mutex>
 
 namespace kelp {
@@ -77,6 +79,40 @@ size_t PageSize() {
 bool PageNoAccess(void* p, size_t size) {
     if (!p || size == 0) return false;
     return mprotect(p, size, PROT_NONE) == 0;
+}
+
+} // namespace os
+} // namespace kelp
+
+namespace kelp {
+namespace os {
+
+#ifndef MADV_POPULATE_WRITE
+#define MADV_POPULATE_WRITE 23
+#endif
+
+// Below this many whole pages the faults cost less than the checks.
+constexpr size_t kPrepareMinPages = 16;
+static std::atomic<bool> g_populateMissing{false}; // the kernel lacks MADV_POPULATE_WRITE
+
+void PagePrepareWrite(void* p, size_t size) {
+    if (!p || g_populateMissing.load(std::memory_order_relaxed)) return;
+    const uintptr_t page = uintptr_t(sysconf(_SC_PAGESIZE));
+    const uintptr_t begin = uintptr_t(p), end = begin + size;
+    if (end < begin) return;
+    // Whole pages inside the range only: the neighbours may be anyone's, or no-access.
+    const uintptr_t first = (begin + page - 1) & ~(page - 1);
+    const uintptr_t last = end & ~(page - 1);
+    if (last <= first || (last - first) / page < kPrepareMinPages) return;
+    // A buffer in use is backed already: its first and last page tell, cheaply.
+    unsigned char in[1] = {0}, out[1] = {0};
+    if (mincore(reinterpret_cast<void*>(first), page, in) == 0 &&
+        mincore(reinterpret_cast<void*>(last - page), page, out) == 0 && (in[0] & 1) &&
+        (out[0] & 1))
+        return;
+    if (madvise(reinterpret_cast<void*>(first), last - first, MADV_POPULATE_WRITE) != 0 &&
+        errno == EINVAL)
+        g_populateMissing.store(true, std::memory_order_relaxed);
 }
 
 } // namespace os

@@ -40,8 +40,12 @@ void MarginPixels(const RasterJob& job, int32_t row, int32_t n, int32_t x0, int3
     uint8_t e[4];
     for (int c = 0; c < 4; ++c)
         e[c] = uint8_t(job.empty >> (8 * c));
-    for (int32_t x = 0; x < count; ++x)
-        std::memcpy(out + ptrdiff_t(x) * b, e, size_t(b));
+    if (b == 4) // whole words: the loop the compiler widens
+        for (int32_t x = 0; x < count; ++x)
+            std::memcpy(out + 4 * ptrdiff_t(x), e, 4);
+    else
+        for (int32_t x = 0; x < count; ++x)
+            std::memcpy(out + ptrdiff_t(x) * b, e, size_t(b));
 }
 
 void MarginRow422(const RasterJob& job, int32_t row, int32_t n) {

@@ -6,6 +6,7 @@
 
 #include <kelp/stdfx_dib.h>
 
+#include "runtime/kelpos.h"
 #include "stdfx2d/blend.h"
 #include "stdfx2d/fx2d.h"
 #include "stdfx2d/fx2dformat.h"
@@ -41,6 +42,17 @@ void FillImage(RasterImage& im, const KXBMINFOHEADER* h, void* bits) {
         }
     } else
         im.bytes = h->biBitCount / 8;
+}
+
+// A target freshly mapped by its allocator (a conversion stage's temporary) would be
+// faulted in a page at a time as the rows are written; backing its pixel rows at once
+// costs a fraction of that. A target in use is left as it is.
+void PrepareTargetPages(const KXBMINFOHEADER* h, void* bits) {
+    const int64_t stride = stdfx::DIBStride(h), height = AbsHeight(h);
+    if (stride <= 0 || height <= 0 || h->biWidth <= 0) return;
+    const int64_t row = Is422(h) ? ((int64_t(h->biWidth) + 1) & ~int64_t(1)) * 2
+                                 : int64_t(h->biWidth) * (h->biBitCount / 8);
+    kelp::os::PagePrepareWrite(bits, size_t(stride * (height - 1) + std::min(stride, row)));
 }
 
 } // namespace
@@ -205,6 +217,7 @@ int CFx2d::Render(KXBMINFOHEADER* target, void* targetBits, KXBMINFOHEADER* cons
     int r = PrepareBackground(sources, sourceBits);
     if (r != FX2D_OK) return r;
 
+    PrepareTargetPages(target, targetBits);
     const bool sameFields =
         !Interlaced(m_source) || (Interlaced(target) && m_source->bmiFormat == target->bmiFormat);
     if (IsIdentity() && m_sourceRect == m_targetRect && sameFields) return RenderIdentity();

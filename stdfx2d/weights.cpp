@@ -1,5 +1,5 @@
 // The tables of one raster pass: the integer lookups of nearest mode and the weight
-// lists of the filter modes, all in one zeroed block. Floating point is used here once a
+// lists of the filter modes, all in one block. Floating point is used here once a
 // row or a column; the raster paths see integers only.
 #include <algorithm>
 #include <cmath>
@@ -66,23 +66,67 @@ int32_t Capacity(double support) {
     return c > 1e8 ? 100000000 : int32_t(c);
 }
 
+// The table block of a pass is kept by its thread from call to call: a transform is
+// called once a frame with the same sizes, and a block asked of the heap afresh each time
+// came back as fresh pages, faulted in again on every call. Only a block beyond kKeepBlock
+// goes back at the end of its pass. The block is not cleared: the builders write every
+// field that a raster pass reads.
+constexpr size_t kKeepBlock = size_t(64) << 20;
+
+struct TableBlockCache {
+    uint8_t* block = nullptr;
+    size_t size = 0;
+    bool busy = false;
+    ~TableBlockCache() { std::free(block); }
+};
+thread_local TableBlockCache t_tableBlock;
+
+uint8_t* TakeTableBlock(size_t bytes) {
+    TableBlockCache& c = t_tableBlock;
+    if (c.busy) return static_cast<uint8_t*>(std::malloc(bytes)); // a pass within a pass
+    if (c.size < bytes) {
+        std::free(c.block);
+        c.size = 0;
+        c.block = static_cast<uint8_t*>(std::malloc(bytes));
+        if (!c.block) return nullptr;
+        c.size = bytes;
+    }
+    c.busy = true;
+    return c.block;
+}
+
+void GiveTableBlock(uint8_t* p) {
+    TableBlockCache& c = t_tableBlock;
+    if (!p) return;
+    if (p != c.block) {
+        std::free(p);
+        return;
+    }
+    c.busy = false;
+    if (c.size > kKeepBlock) {
+        std::free(c.block);
+        c.block = nullptr;
+        c.size = 0;
+    }
+}
+
 } // namespace
 
 void* CFx2d::AllocTables(size_t bytes) {
     if (bytes == 0 || bytes > kMaxBlock) return nullptr;
-    m_tables = static_cast<uint8_t*>(std::calloc(1, bytes));
+    m_tables = TakeTableBlock(bytes);
     return m_tables;
 }
 
 void CFx2d::FreeLookups() {
-    std::free(m_tables);
+    GiveTableBlock(m_tables);
     m_tables = nullptr;
     m_columnLookup = nullptr;
     m_rowLookup = nullptr;
 }
 
 void CFx2d::FreeTaps() {
-    std::free(m_tables);
+    GiveTableBlock(m_tables);
     m_tables = nullptr;
     m_workRow = nullptr;
     m_columnTaps = nullptr;
@@ -230,10 +274,10 @@ int CFx2d::BuildTaps() {
     m_columnTaps = m_rowTaps + spanH;
     Fx2dTap* taps = reinterpret_cast<Fx2dTap*>(m_columnTaps + spanW);
     for (int32_t i = 0; i < spanH; ++i)
-        m_rowTaps[i].taps = taps + size_t(i) * rows.capacity;
+        m_rowTaps[i] = {0, taps + size_t(i) * rows.capacity, 0, 0};
     taps += rowTaps;
     for (int32_t i = 0; i < spanW; ++i)
-        m_columnTaps[i].taps = taps + size_t(i) * cols.capacity;
+        m_columnTaps[i] = {0, taps + size_t(i) * cols.capacity, 0, 0};
 
     // One list from the kernel around `pos`.
     auto fill = [&](Fx2dTapList& list, const Axis& a, double pos, bool isRow, int32_t cap) {
