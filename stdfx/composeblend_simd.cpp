@@ -5,11 +5,14 @@
 // and its odd bytes (green, alpha), each byte alone in a 16-bit lane, so that no lane
 // ever moves: the two halves are joined again by a shift and an Or. The alpha bytes of
 // a pixel are copied into both 16-bit lanes of that pixel. Every formula then runs
-// lane by lane in the plain loop's own integer arithmetic: mul(a, b) is a b + 128
-// (at most 65,153, which a 16-bit lane holds), then (t + (t >> 8)) >> 8, and the sums
-// (between -510 and 765) are signed 16-bit. Mode 8's division is a float division of
-// integers below 2^17 whose quotient is below 256, where the float result truncates to
-// the integer quotient (an integer quotient is exact, any other lies at least 1/510
+// lane by lane in the plain loop's own integer arithmetic: mul(a, b) is t := a b + 128
+// (at most 65,153, which a 16-bit lane holds), and the sums (between -510 and 765) are
+// signed 16-bit. (t + (t >> 8)) >> 8 is taken as the high half of t times 257: with
+// t = 256 q + r, the first is q + floor((r + q) / 256), the second
+// q + floor((r + q) / 256 + r / 65,536), and r / 65,536 < 1/256 cannot carry the
+// fraction (r + q) / 256 past the next integer. The test runs all 65,536 pairs. Mode 8's division
+// is a float division of integers below 2^17 whose quotient is below 256, where the float result
+// truncates to the integer quotient (an integer quotient is exact, any other lies at least 1/510
 // below the next integer, far beyond the float's error). The colour formula runs on the
 // alpha lanes too, and the alpha formula replaces it there.
 //
@@ -41,12 +44,15 @@ using VI = hn::Vec<DI16>;
 
 constexpr int32_t kBlock = int32_t(hn::MaxLanes(DU32())); // pixels of one vector
 
+// (t + (t >> 8)) >> 8 of a 16-bit t, as the high half of t times 257.
+HWY_INLINE hn::Vec<DU16> Div255(hn::Vec<DU16> t) {
+    return hn::MulHigh(t, hn::Set(DU16(), 257));
+}
 // mul(a, b) of lanes 0..255.
 HWY_INLINE VI MulV(VI a, VI b) {
     const DU16 du;
-    const DI16 di;
     const auto t = hn::Add(hn::Mul(hn::BitCast(du, a), hn::BitCast(du, b)), hn::Set(du, 128));
-    return hn::BitCast(di, hn::ShiftRight<8>(hn::Add(t, hn::ShiftRight<8>(t))));
+    return hn::BitCast(DI16(), Div255(t));
 }
 HWY_INLINE VI ClampV(VI v) {
     const DI16 di;
@@ -67,10 +73,6 @@ HWY_INLINE VI ScreenV(VI d, VI s) {
 
 // The colour and alpha formulas of each mode, lane by lane.
 template <int M> struct Op;
-template <> struct Op<1> {
-    static HWY_INLINE VI C(VI d, VI s, VI, VI sA) { return ClampV(hn::Add(s, MulV(d, Inv(sA)))); }
-    static HWY_INLINE VI A(VI dA, VI sA) { return ClampV(hn::Add(sA, MulV(dA, Inv(sA)))); }
-};
 template <> struct Op<2> {
     static HWY_INLINE VI C(VI d, VI s, VI, VI) { return ClampV(hn::Add(d, s)); }
     static HWY_INLINE VI A(VI dA, VI sA) { return ClampV(hn::Add(dA, sA)); }
@@ -205,6 +207,29 @@ template <int M> HWY_INLINE BlendFn PlainRow() {
         return Over_C;
     else
         return Blend_C<M>;
+}
+
+// Mode 1 is the same formula on all four bytes, alpha included: s + mul(d, 255 - sA).
+// mul(d, .) is at most 255, so the sum held to 255 is the saturating byte sum. The
+// source's inverted alpha byte is copied into both 16-bit lanes of its pixel by one
+// byte shuffle (within 128-bit blocks, where each pixel stays).
+template <> void Blend<1>(uint8_t* dst, const uint8_t* src, int32_t pixels) {
+    const D8 d8;
+    const DU16 du;
+    alignas(16) constexpr uint8_t kAlpha[16] = {3,  0x80, 3,  0x80, 7,  0x80, 7,  0x80,
+                                                11, 0x80, 11, 0x80, 15, 0x80, 15, 0x80};
+    const auto alphaIndex = hn::LoadDup128(d8, kAlpha);
+    const auto lowByte = hn::Set(du, 0x00FF), half = hn::Set(du, 128);
+    for (int32_t i = 0; i < pixels; i += kBlock) {
+        const auto dv = hn::LoadU(d8, dst + 4 * i);
+        const auto sv = hn::LoadU(d8, src + 4 * i);
+        const auto inv = hn::BitCast(du, hn::TableLookupBytesOr0(hn::Not(sv), alphaIndex));
+        const auto d16 = hn::BitCast(du, dv);
+        const auto even = Div255(hn::Add(hn::Mul(hn::And(d16, lowByte), inv), half));
+        const auto odd = Div255(hn::Add(hn::Mul(hn::ShiftRight<8>(d16), inv), half));
+        const auto prod = hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd)));
+        hn::StoreU(hn::SaturatedAdd(sv, prod), d8, dst + 4 * i);
+    }
 }
 
 // Mode 2 is a saturating sum of every byte, alpha included.
