@@ -172,10 +172,16 @@ template <> struct Op<19> {
     static HWY_INLINE VI A(VI dA, VI sA) { return MulV(sA, Inv(dA)); }
 };
 
-// The alpha byte of each pixel in both of its 16-bit lanes.
+// Byte indices that copy the alpha byte of each pixel into both of its 16-bit lanes.
+alignas(16) constexpr uint8_t kAlphaLanes[16] = {3,  0x80, 3,  0x80, 7,  0x80, 7,  0x80,
+                                                 11, 0x80, 11, 0x80, 15, 0x80, 15, 0x80};
+
+// The alpha byte of each pixel in both of its 16-bit lanes (one byte shuffle within
+// 128-bit blocks, where each pixel stays).
 HWY_INLINE VI AlphaLanes(hn::Vec<DU32> px) {
-    const auto a = hn::ShiftRight<24>(px);
-    return hn::BitCast(DI16(), hn::Or(a, hn::ShiftLeft<16>(a)));
+    const D8 d8;
+    return hn::BitCast(
+        DI16(), hn::TableLookupBytesOr0(hn::BitCast(d8, px), hn::LoadDup128(d8, kAlphaLanes)));
 }
 
 // Whole vectors only: `pixels` is a multiple of kBlock.
@@ -216,9 +222,7 @@ template <int M> HWY_INLINE BlendFn PlainRow() {
 template <> void Blend<1>(uint8_t* dst, const uint8_t* src, int32_t pixels) {
     const D8 d8;
     const DU16 du;
-    alignas(16) constexpr uint8_t kAlpha[16] = {3,  0x80, 3,  0x80, 7,  0x80, 7,  0x80,
-                                                11, 0x80, 11, 0x80, 15, 0x80, 15, 0x80};
-    const auto alphaIndex = hn::LoadDup128(d8, kAlpha);
+    const auto alphaIndex = hn::LoadDup128(d8, kAlphaLanes);
     const auto lowByte = hn::Set(du, 0x00FF), half = hn::Set(du, 128);
     for (int32_t i = 0; i < pixels; i += kBlock) {
         const auto dv = hn::LoadU(d8, dst + 4 * i);
