@@ -76,7 +76,8 @@ void KelpMode(benchmark::State& state, int mode) {
                                       stdfx::GetRGB2YUV()->GetTable(0),
                                       stdfx::GetYUV2RGB()->GetTable(0),
                                       &hsl,
-                                      mode};
+                                      mode,
+                                      stdfx::GetTables()->GetRecip()};
     std::vector<uint8_t> dst = Dst();
     const std::vector<uint8_t>& src = Src();
     for (auto _ : state) {

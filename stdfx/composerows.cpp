@@ -109,6 +109,7 @@ std::array<Kernels, kelp::kSimdTargetCount> MakeTables() {
         all[t] = all[t - 1];
         OverlayTable(all[t], VectorBlendKernels(t));
         OverlayTable(all[t], VectorDissolveKernels(t));
+        OverlayTable(all[t], VectorHslKernels(t));
     }
     return all;
 }

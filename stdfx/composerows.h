@@ -1,9 +1,9 @@
 // The compositor's row kernels: one table of operations, with a slot for each RGB blend
 // mode, the depth compositing and the dissolves. The plain loops (suffix _C,
 // composerows.cpp) define every result; a vector target fills only the slots it speeds
-// up (composeblend_simd.cpp, composedissolve_simd.cpp) and the plain loop stands behind
-// every other slot. Vector forms do whole vectors and leave the rest of a run to the
-// plain loop.
+// up (composeblend_simd.cpp, composehsl_simd.cpp, composedissolve_simd.cpp) and the
+// plain loop stands behind every other slot. Vector forms do whole vectors and leave the
+// rest of a run to the plain loop.
 //
 // Every blend kernel works in place: dst may be src, or any row apart from src.
 #pragma once
@@ -69,6 +69,7 @@ inline int Round7(int x) {
 // A null slot in them means the plain loop (or a lower target's form).
 const Kernels* VectorBlendKernels(int target);
 const Kernels* VectorDissolveKernels(int target);
+const Kernels* VectorHslKernels(int target);
 
 } // namespace composerows
 } // namespace stdfx

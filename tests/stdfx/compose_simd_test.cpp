@@ -30,7 +30,8 @@ stdfx::compose::Tables TablesFor(stdfx::CHSL* hsl, int mode) {
             stdfx::GetRGB2YUV()->GetTable(0),
             stdfx::GetYUV2RGB()->GetTable(0),
             hsl,
-            mode};
+            mode,
+            stdfx::GetTables()->GetRecip()};
 }
 
 // Random bytes with the edge values of the arithmetic mixed in.
