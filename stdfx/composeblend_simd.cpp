@@ -16,8 +16,7 @@
 // below the next integer, far beyond the float's error). The colour formula runs on the
 // alpha lanes too, and the alpha formula replaces it there.
 //
-// Modes 13 to 16 (hue, saturation, lightness) and the luma mattes 18 and 20 keep the
-// plain loop.
+// Modes 13 to 16 (hue, saturation, lightness) are in composehsl_simd.cpp.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "stdfx/composeblend_simd.cpp"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -244,6 +243,44 @@ template <> void Blend<2>(uint8_t* dst, const uint8_t* src, int32_t pixels) {
                    dst + 4 * i);
 }
 
+// The luma mattes 18 and 20: every byte, alpha included, := mul(s, m) with m the luma L
+// of the destination (mode 18) or 255 - L (mode 20). L is gathered from the translators'
+// tables in 32-bit lanes, one pixel a lane, as the plain loop reads them, and copied
+// into both 16-bit lanes of its pixel.
+template <int M>
+void LumaMatte(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t) {
+    const D8 d8;
+    const DU16 du;
+    const DU32 d32;
+    const DI32 di32;
+    const auto lowByte = hn::Set(du, 0x00FF), half = hn::Set(du, 128);
+    const auto byte = hn::Set(d32, 0xFFu);
+    for (int32_t i = 0; i < pixels; i += kBlock) {
+        const auto dv = hn::BitCast(d32, hn::LoadU(d8, dst + 4 * i));
+        const auto b = hn::BitCast(di32, hn::And(dv, byte));
+        const auto g = hn::BitCast(di32, hn::And(hn::ShiftRight<8>(dv), byte));
+        const auto r = hn::BitCast(di32, hn::And(hn::ShiftRight<16>(dv), byte));
+        const auto sum = hn::Add(
+            hn::Add(hn::GatherIndex(di32, t.toYuv, r), hn::GatherIndex(di32, t.toYuv + 256, g)),
+            hn::GatherIndex(di32, t.toYuv + 512, b));
+        auto m = hn::BitCast(d32, hn::GatherIndex(di32, t.expandY, hn::ShiftRight<16>(sum)));
+        if (M == 20) m = hn::Sub(hn::Set(d32, 255u), m);
+        const auto m16 = hn::BitCast(du, hn::Or(m, hn::ShiftLeft<16>(m)));
+        const auto s16 = hn::BitCast(du, hn::LoadU(d8, src + 4 * i));
+        const auto even = Div255(hn::Add(hn::Mul(hn::And(s16, lowByte), m16), half));
+        const auto odd = Div255(hn::Add(hn::Mul(hn::ShiftRight<8>(s16), m16), half));
+        hn::StoreU(hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd))), d8, dst + 4 * i);
+    }
+}
+
+template <int M>
+void LumaMatteAny(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t) {
+    if (!t.toYuv || !t.expandY) return Blend_C<M>(dst, src, pixels, t);
+    kelp::simd::SplitRun(
+        pixels, kBlock, 0, [&](int32_t n) HWY_ATTR { LumaMatte<M>(dst, src, n, t); },
+        [&](int32_t n, int32_t rest) HWY_ATTR { Blend_C<M>(dst + 4 * n, src + 4 * n, rest, t); });
+}
+
 template <int M>
 void BlendAny(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t) {
     kelp::simd::SplitRun(
@@ -254,9 +291,10 @@ void BlendAny(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::T
 
 constexpr Kernels kKernels = {
     KELP_SIMD_THIS_TARGET_NAME,
-    {nullptr,     BlendAny<1>, BlendAny<2>, BlendAny<3>,  BlendAny<4>,  BlendAny<5>,  BlendAny<6>,
-     BlendAny<7>, BlendAny<8>, BlendAny<9>, BlendAny<10>, BlendAny<11>, BlendAny<12>, nullptr,
-     nullptr,     nullptr,     nullptr,     BlendAny<17>, nullptr,      BlendAny<19>, nullptr},
+    {nullptr,          BlendAny<1>,  BlendAny<2>,     BlendAny<3>, BlendAny<4>,  BlendAny<5>,
+     BlendAny<6>,      BlendAny<7>,  BlendAny<8>,     BlendAny<9>, BlendAny<10>, BlendAny<11>,
+     BlendAny<12>,     nullptr,      nullptr,         nullptr,     nullptr,      BlendAny<17>,
+     LumaMatteAny<18>, BlendAny<19>, LumaMatteAny<20>},
     nullptr,
     nullptr,
     nullptr,
