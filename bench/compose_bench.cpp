@@ -162,7 +162,9 @@ void Libyuv(benchmark::State& state, int which) {
 #endif
 
 // The dissolves: 0 BlendTwo RGB, 1 BlendThree RGB, 2 BlendTwo 4:2:2 (rows of 2 bytes a
-// pixel; the alpha plane is a BlendTwo of its bytes, timed in the RGB case).
+// pixel; the alpha plane is a BlendTwo of its bytes, timed in the RGB case), 3 BlendTwo
+// 4:4:4, 4 BlendThree 4:4:4, 5 BlendThree 4:2:2 (rows of 2 bytes a pixel and their alpha
+// planes, the pixels' bytes standing in for them).
 void KelpDissolve(benchmark::State& state, int which) {
     const int target = int(state.range(0));
     if (Skip(state, target)) return;
@@ -177,8 +179,17 @@ void KelpDissolve(benchmark::State& state, int which) {
                 k.scale(dst.data() + row, a.data() + row, kW * 4, 150);
             else if (which == 1)
                 k.mix(dst.data() + row, a.data() + row, b.data() + row, kW, 150);
-            else
+            else if (which == 2)
                 k.scale422(dst.data() + row / 2, a.data() + row / 2, kW * 2, 150, 16, 0);
+            else if (which == 3)
+                k.scale444(dst.data() + row, a.data() + row, kW, 150, 16);
+            else if (which == 4)
+                k.mix444(dst.data() + row, a.data() + row, b.data() + row, kW, 150, 16);
+            else
+                k.mix422(dst.data() + row / 2, dst.data() + kBytes / 2 + size_t(y) * kW,
+                         a.data() + row / 2, a.data() + kBytes / 2 + size_t(y) * kW,
+                         b.data() + row / 2, b.data() + kBytes / 2 + size_t(y) * kW, kW, 150, 16,
+                         0);
         }
         benchmark::ClobberMemory();
     }
@@ -246,9 +257,10 @@ int Register() {
             Libyuv(s, i);
         })->Unit(benchmark::kMillisecond);
 #endif
-    const char* dissolves[] = {"ComposeBlendTwoRGB/kelp", "ComposeBlendThreeRGB/kelp",
-                               "ComposeBlendTwo422/kelp"};
-    for (int i = 0; i < 3; ++i)
+    const char* dissolves[] = {"ComposeBlendTwoRGB/kelp",   "ComposeBlendThreeRGB/kelp",
+                               "ComposeBlendTwo422/kelp",   "ComposeBlendTwo444/kelp",
+                               "ComposeBlendThree444/kelp", "ComposeBlendThree422/kelp"};
+    for (int i = 0; i < 6; ++i)
         benchmark::RegisterBenchmark(dissolves[i], [i](benchmark::State& s) { KelpDissolve(s, i); })
             ->DenseRange(0, kelp::kSimdTargetCount - 1)
             ->Unit(benchmark::kMillisecond);
