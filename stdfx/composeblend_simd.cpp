@@ -244,10 +244,13 @@ template <> void Blend<2>(uint8_t* dst, const uint8_t* src, int32_t pixels) {
 }
 
 // The luma mattes 18 and 20: every byte, alpha included, := mul(s, m) with m the luma L
-// of the destination (mode 18) or 255 - L (mode 20). L is gathered from the translators'
-// tables in 32-bit lanes, one pixel a lane, as the plain loop reads them, and copied
-// into both 16-bit lanes of its pixel.
-template <int M>
+// of the destination (mode 18) or 255 - L (mode 20), one pixel a 32-bit lane, copied into
+// both 16-bit lanes of its pixel. L is expandY[(R to Y[r] + G to Y[g] + B to Y[b]) >> 16]
+// from the translators' tables. Where LumaRowsLinear finds each of the three rows to be
+// entry 0 + i (entry 1 - entry 0), the sum is computed from those steps, which gives the
+// very entries (in 32-bit arithmetic modulo 2^32, as the table holds them); otherwise
+// the three entries are gathered. The expansion is always gathered.
+template <int M, bool kLinear>
 void LumaMatte(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t) {
     const D8 d8;
     const DU16 du;
@@ -255,14 +258,26 @@ void LumaMatte(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::
     const DI32 di32;
     const auto lowByte = hn::Set(du, 0x00FF), half = hn::Set(du, 128);
     const auto byte = hn::Set(d32, 0xFFu);
+    const int32_t* rows = t.toYuv;
+    auto step = [rows](int row) {
+        return int32_t(uint32_t(rows[256 * row + 1]) - uint32_t(rows[256 * row]));
+    };
+    const auto kr = hn::Set(di32, step(0)), kg = hn::Set(di32, step(1));
+    const auto kb = hn::Set(di32, step(2));
+    const auto base =
+        hn::Set(di32, int32_t(uint32_t(rows[0]) + uint32_t(rows[256]) + uint32_t(rows[512])));
     for (int32_t i = 0; i < pixels; i += kBlock) {
         const auto dv = hn::BitCast(d32, hn::LoadU(d8, dst + 4 * i));
         const auto b = hn::BitCast(di32, hn::And(dv, byte));
         const auto g = hn::BitCast(di32, hn::And(hn::ShiftRight<8>(dv), byte));
         const auto r = hn::BitCast(di32, hn::And(hn::ShiftRight<16>(dv), byte));
-        const auto sum = hn::Add(
-            hn::Add(hn::GatherIndex(di32, t.toYuv, r), hn::GatherIndex(di32, t.toYuv + 256, g)),
-            hn::GatherIndex(di32, t.toYuv + 512, b));
+        hn::Vec<DI32> sum;
+        if (kLinear)
+            sum = hn::Add(hn::Add(hn::Mul(r, kr), hn::Mul(g, kg)), hn::Add(hn::Mul(b, kb), base));
+        else
+            sum = hn::Add(
+                hn::Add(hn::GatherIndex(di32, rows, r), hn::GatherIndex(di32, rows + 256, g)),
+                hn::GatherIndex(di32, rows + 512, b));
         auto m = hn::BitCast(d32, hn::GatherIndex(di32, t.expandY, hn::ShiftRight<16>(sum)));
         if (M == 20) m = hn::Sub(hn::Set(d32, 255u), m);
         const auto m16 = hn::BitCast(du, hn::Or(m, hn::ShiftLeft<16>(m)));
@@ -276,9 +291,12 @@ void LumaMatte(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::
 template <int M>
 void LumaMatteAny(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t) {
     if (!t.toYuv || !t.expandY) return Blend_C<M>(dst, src, pixels, t);
-    kelp::simd::SplitRun(
-        pixels, kBlock, 0, [&](int32_t n) HWY_ATTR { LumaMatte<M>(dst, src, n, t); },
-        [&](int32_t n, int32_t rest) HWY_ATTR { Blend_C<M>(dst + 4 * n, src + 4 * n, rest, t); });
+    const int32_t n = kelp::simd::VectorPart(pixels, kBlock);
+    if (n > 0 && LumaRowsLinear(t.toYuv))
+        LumaMatte<M, true>(dst, src, n, t);
+    else if (n > 0)
+        LumaMatte<M, false>(dst, src, n, t);
+    Blend_C<M>(dst + 4 * n, src + 4 * n, pixels - n, t);
 }
 
 template <int M>

@@ -131,6 +131,19 @@ void Mix422_C(uint8_t* d, uint8_t* dAlpha, const uint8_t* s, const uint8_t* sAlp
     }
 }
 
+bool LumaRowsLinear(const int32_t* toYuv) {
+    if (!toYuv) return false;
+    for (int row = 0; row < 3; ++row) {
+        const uint32_t* r = reinterpret_cast<const uint32_t*>(toYuv + 256 * row);
+        const uint32_t step = r[1] - r[0];
+        bool linear = true;
+        for (uint32_t i = 0; i < 256; ++i)
+            linear &= r[0] + i * step == r[i];
+        if (!linear) return false;
+    }
+    return true;
+}
+
 namespace {
 
 constexpr Kernels kPlain = {

@@ -85,6 +85,12 @@ void Mix422_C(uint8_t* dst, uint8_t* dstAlpha, const uint8_t* first, const uint8
               const uint8_t* second, const uint8_t* secondAlpha, int32_t pixels, int a, int k,
               int lumaParity);
 
+// True when each of the three rows R, G, B to Y (256 entries each) at the start of a
+// translator's RGB to YUV table is linear: entry i = entry 0 + i (entry 1 - entry 0), in
+// 32-bit arithmetic modulo 2^32. The luma mattes' vector form then computes the sum of
+// three entries instead of gathering them.
+bool LumaRowsLinear(const int32_t* toYuv);
+
 // The rounding of the 4:2:2 forms: t := x + 64, then ((t >> 7) + t) >> 7.
 inline int Round7(int x) {
     const int t = x + 64;

@@ -190,3 +190,28 @@ TEST(ComposeSimdPairs, DissolvesEqualPlainOnEveryByteAndOpacity) {
             }
     });
 }
+
+// The luma mattes compute the luma sum when the table's rows are linear (the
+// translators' table is) and gather it otherwise: both give the plain loop's bytes.
+TEST(ComposeSimdPairs, LumaMattesEqualPlainWithLinearAndOtherTables) {
+    std::mt19937 rng(23);
+    stdfx::CHSL hsl;
+    const int32_t* real = stdfx::GetRGB2YUV()->GetTable(0);
+    EXPECT_TRUE(LumaRowsLinear(real));
+    std::vector<int32_t> bent(real, real + 2304);
+    bent[256 + 100] += 0x20000; // one G to Y entry off its line: luma index + 2, in the table
+    EXPECT_FALSE(LumaRowsLinear(bent.data()));
+    Bytes d, s;
+    PairRows(kColours, d, s, rng);
+    kelptest::ForEachSimdTarget([&](int) {
+        for (const int32_t* rows : {real, const_cast<const int32_t*>(bent.data())})
+            for (int m : {18, 20}) {
+                stdfx::compose::Tables t = TablesFor(&hsl, m);
+                t.toYuv = rows;
+                Bytes want = d, got = d;
+                PlainKernels().blend[m](want.data(), s.data(), 65536, t);
+                Current().blend[m](got.data(), s.data(), 65536, t);
+                ASSERT_EQ(got, want) << "mode " << m << (rows == real ? "" : ", bent table");
+            }
+    });
+}
