@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -30,13 +31,27 @@
 
 namespace {
 
+// Frame buffers start on 64 bytes, as the pixels of a CDIB do.
+template <class T> struct Aligned64 {
+    typedef T value_type;
+    Aligned64() = default;
+    template <class U> Aligned64(const Aligned64<U>&) {}
+    T* allocate(size_t n) {
+        return static_cast<T*>(::operator new(n * sizeof(T), std::align_val_t(64)));
+    }
+    void deallocate(T* p, size_t) { ::operator delete(p, std::align_val_t(64)); }
+    template <class U> bool operator==(const Aligned64<U>&) const { return true; }
+    template <class U> bool operator!=(const Aligned64<U>&) const { return false; }
+};
+typedef std::vector<uint8_t, Aligned64<uint8_t>> Frame;
+
 constexpr int32_t kW = 1920, kH = 1080;
 constexpr size_t kBytes = size_t(kW) * kH * 4;
 
 // Premultiplied pixels: random alpha, each colour byte at most its alpha.
-std::vector<uint8_t> Pixels(unsigned seed) {
+Frame Pixels(unsigned seed) {
     std::mt19937 rng(seed);
-    std::vector<uint8_t> p(kBytes);
+    Frame p(kBytes);
     for (size_t i = 0; i < kBytes; i += 4) {
         const uint32_t a = rng() & 255;
         for (int c = 0; c < 3; ++c)
@@ -46,12 +61,12 @@ std::vector<uint8_t> Pixels(unsigned seed) {
     return p;
 }
 
-const std::vector<uint8_t>& Dst() {
-    static const std::vector<uint8_t> p = Pixels(1);
+const Frame& Dst() {
+    static const Frame p = Pixels(1);
     return p;
 }
-const std::vector<uint8_t>& Src() {
-    static const std::vector<uint8_t> p = Pixels(2);
+const Frame& Src() {
+    static const Frame p = Pixels(2);
     return p;
 }
 
@@ -76,9 +91,10 @@ void KelpMode(benchmark::State& state, int mode) {
                                       stdfx::GetRGB2YUV()->GetTable(0),
                                       stdfx::GetYUV2RGB()->GetTable(0),
                                       &hsl,
-                                      mode};
-    std::vector<uint8_t> dst = Dst();
-    const std::vector<uint8_t>& src = Src();
+                                      mode,
+                                      stdfx::GetTables()->GetRecip()};
+    Frame dst = Dst();
+    const Frame& src = Src();
     for (auto _ : state) {
         for (int y = 0; y < kH; ++y)
             k.blend[mode](dst.data() + size_t(y) * kW * 4, src.data() + size_t(y) * kW * 4, kW, t);
@@ -89,15 +105,15 @@ void KelpMode(benchmark::State& state, int mode) {
 }
 
 // The exact OVER of the two frames.
-std::vector<uint8_t> ExactOver() {
-    std::vector<uint8_t> d = Dst();
+Frame ExactOver() {
+    Frame d = Dst();
     const stdfx::compose::Tables none = {};
     stdfx::composerows::PlainKernels().blend[1](d.data(), Src().data(), kW * kH, none);
     return d;
 }
 
-void Distance(benchmark::State& state, const std::vector<uint8_t>& got) {
-    static const std::vector<uint8_t> exact = ExactOver();
+void Distance(benchmark::State& state, const Frame& got) {
+    static const Frame exact = ExactOver();
     int maxDiff = 0;
     size_t off = 0;
     for (size_t i = 0; i < kBytes; ++i) {
@@ -111,7 +127,7 @@ void Distance(benchmark::State& state, const std::vector<uint8_t>& got) {
 
 #if KELP_HAVE_PIXMAN
 void Pixman(benchmark::State& state, pixman_op_t op) {
-    std::vector<uint8_t> dst = Dst(), src = Src();
+    Frame dst = Dst(), src = Src();
     pixman_image_t* d = pixman_image_create_bits(PIXMAN_a8r8g8b8, kW, kH,
                                                  reinterpret_cast<uint32_t*>(dst.data()), kW * 4);
     pixman_image_t* s = pixman_image_create_bits(PIXMAN_a8r8g8b8, kW, kH,
@@ -135,8 +151,8 @@ void Pixman(benchmark::State& state, pixman_op_t op) {
 #if defined(KELP_BENCH_LIBYUV)
 // 0 ARGBBlend (source over destination), 1 ARGBMultiply, 2 ARGBAdd.
 void Libyuv(benchmark::State& state, int which) {
-    std::vector<uint8_t> dst = Dst();
-    const std::vector<uint8_t>& src = Src();
+    Frame dst = Dst();
+    const Frame& src = Src();
     auto run = [&] {
         const int s = kW * 4;
         if (which == 0)
@@ -161,14 +177,16 @@ void Libyuv(benchmark::State& state, int which) {
 #endif
 
 // The dissolves: 0 BlendTwo RGB, 1 BlendThree RGB, 2 BlendTwo 4:2:2 (rows of 2 bytes a
-// pixel; the alpha plane is a BlendTwo of its bytes, timed in the RGB case).
+// pixel; the alpha plane is a BlendTwo of its bytes, timed in the RGB case), 3 BlendTwo
+// 4:4:4, 4 BlendThree 4:4:4, 5 BlendThree 4:2:2 (rows of 2 bytes a pixel and their alpha
+// planes, the pixels' bytes standing in for them).
 void KelpDissolve(benchmark::State& state, int which) {
     const int target = int(state.range(0));
     if (Skip(state, target)) return;
     const stdfx::composerows::Kernels& k = stdfx::composerows::ForTarget(target);
-    std::vector<uint8_t> dst(kBytes);
-    const std::vector<uint8_t>& a = Src();
-    const std::vector<uint8_t>& b = Dst();
+    Frame dst(kBytes);
+    const Frame& a = Src();
+    const Frame& b = Dst();
     for (auto _ : state) {
         for (int y = 0; y < kH; ++y) {
             const size_t row = size_t(y) * kW * 4;
@@ -176,8 +194,17 @@ void KelpDissolve(benchmark::State& state, int which) {
                 k.scale(dst.data() + row, a.data() + row, kW * 4, 150);
             else if (which == 1)
                 k.mix(dst.data() + row, a.data() + row, b.data() + row, kW, 150);
-            else
+            else if (which == 2)
                 k.scale422(dst.data() + row / 2, a.data() + row / 2, kW * 2, 150, 16, 0);
+            else if (which == 3)
+                k.scale444(dst.data() + row, a.data() + row, kW, 150, 16);
+            else if (which == 4)
+                k.mix444(dst.data() + row, a.data() + row, b.data() + row, kW, 150, 16);
+            else
+                k.mix422(dst.data() + row / 2, dst.data() + kBytes / 2 + size_t(y) * kW,
+                         a.data() + row / 2, a.data() + kBytes / 2 + size_t(y) * kW,
+                         b.data() + row / 2, b.data() + kBytes / 2 + size_t(y) * kW, kW, 150, 16,
+                         0);
         }
         benchmark::ClobberMemory();
     }
@@ -245,9 +272,10 @@ int Register() {
             Libyuv(s, i);
         })->Unit(benchmark::kMillisecond);
 #endif
-    const char* dissolves[] = {"ComposeBlendTwoRGB/kelp", "ComposeBlendThreeRGB/kelp",
-                               "ComposeBlendTwo422/kelp"};
-    for (int i = 0; i < 3; ++i)
+    const char* dissolves[] = {"ComposeBlendTwoRGB/kelp",   "ComposeBlendThreeRGB/kelp",
+                               "ComposeBlendTwo422/kelp",   "ComposeBlendTwo444/kelp",
+                               "ComposeBlendThree444/kelp", "ComposeBlendThree422/kelp"};
+    for (int i = 0; i < 6; ++i)
         benchmark::RegisterBenchmark(dissolves[i], [i](benchmark::State& s) { KelpDissolve(s, i); })
             ->DenseRange(0, kelp::kSimdTargetCount - 1)
             ->Unit(benchmark::kMillisecond);

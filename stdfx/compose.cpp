@@ -73,6 +73,7 @@ bool LoadTables(Tables* t, CHSL* hsl, int mode) {
     t->toRgb = toRgb->GetTable(0);
     t->hsl = hsl;
     t->mode = mode;
+    t->recip = tables->GetRecip();
     return t->div24 && t->expandY && t->toYuv && t->toRgb;
 }
 

@@ -5,16 +5,18 @@
 // and its odd bytes (green, alpha), each byte alone in a 16-bit lane, so that no lane
 // ever moves: the two halves are joined again by a shift and an Or. The alpha bytes of
 // a pixel are copied into both 16-bit lanes of that pixel. Every formula then runs
-// lane by lane in the plain loop's own integer arithmetic: mul(a, b) is a b + 128
-// (at most 65,153, which a 16-bit lane holds), then (t + (t >> 8)) >> 8, and the sums
-// (between -510 and 765) are signed 16-bit. Mode 8's division is a float division of
-// integers below 2^17 whose quotient is below 256, where the float result truncates to
-// the integer quotient (an integer quotient is exact, any other lies at least 1/510
+// lane by lane in the plain loop's own integer arithmetic: mul(a, b) is t := a b + 128
+// (at most 65,153, which a 16-bit lane holds), and the sums (between -510 and 765) are
+// signed 16-bit. (t + (t >> 8)) >> 8 is taken as the high half of t times 257: with
+// t = 256 q + r, the first is q + floor((r + q) / 256), the second
+// q + floor((r + q) / 256 + r / 65,536), and r / 65,536 < 1/256 cannot carry the
+// fraction (r + q) / 256 past the next integer. The test runs all 65,536 pairs. Mode 8's division
+// is a float division of integers below 2^17 whose quotient is below 256, where the float result
+// truncates to the integer quotient (an integer quotient is exact, any other lies at least 1/510
 // below the next integer, far beyond the float's error). The colour formula runs on the
 // alpha lanes too, and the alpha formula replaces it there.
 //
-// Modes 13 to 16 (hue, saturation, lightness) and the luma mattes 18 and 20 keep the
-// plain loop.
+// Modes 13 to 16 (hue, saturation, lightness) are in composehsl_simd.cpp.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "stdfx/composeblend_simd.cpp"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -41,12 +43,15 @@ using VI = hn::Vec<DI16>;
 
 constexpr int32_t kBlock = int32_t(hn::MaxLanes(DU32())); // pixels of one vector
 
+// (t + (t >> 8)) >> 8 of a 16-bit t, as the high half of t times 257.
+HWY_INLINE hn::Vec<DU16> Div255(hn::Vec<DU16> t) {
+    return hn::MulHigh(t, hn::Set(DU16(), 257));
+}
 // mul(a, b) of lanes 0..255.
 HWY_INLINE VI MulV(VI a, VI b) {
     const DU16 du;
-    const DI16 di;
     const auto t = hn::Add(hn::Mul(hn::BitCast(du, a), hn::BitCast(du, b)), hn::Set(du, 128));
-    return hn::BitCast(di, hn::ShiftRight<8>(hn::Add(t, hn::ShiftRight<8>(t))));
+    return hn::BitCast(DI16(), Div255(t));
 }
 HWY_INLINE VI ClampV(VI v) {
     const DI16 di;
@@ -67,10 +72,6 @@ HWY_INLINE VI ScreenV(VI d, VI s) {
 
 // The colour and alpha formulas of each mode, lane by lane.
 template <int M> struct Op;
-template <> struct Op<1> {
-    static HWY_INLINE VI C(VI d, VI s, VI, VI sA) { return ClampV(hn::Add(s, MulV(d, Inv(sA)))); }
-    static HWY_INLINE VI A(VI dA, VI sA) { return ClampV(hn::Add(sA, MulV(dA, Inv(sA)))); }
-};
 template <> struct Op<2> {
     static HWY_INLINE VI C(VI d, VI s, VI, VI) { return ClampV(hn::Add(d, s)); }
     static HWY_INLINE VI A(VI dA, VI sA) { return ClampV(hn::Add(dA, sA)); }
@@ -170,10 +171,16 @@ template <> struct Op<19> {
     static HWY_INLINE VI A(VI dA, VI sA) { return MulV(sA, Inv(dA)); }
 };
 
-// The alpha byte of each pixel in both of its 16-bit lanes.
+// Byte indices that copy the alpha byte of each pixel into both of its 16-bit lanes.
+alignas(16) constexpr uint8_t kAlphaLanes[16] = {3,  0x80, 3,  0x80, 7,  0x80, 7,  0x80,
+                                                 11, 0x80, 11, 0x80, 15, 0x80, 15, 0x80};
+
+// The alpha byte of each pixel in both of its 16-bit lanes (one byte shuffle within
+// 128-bit blocks, where each pixel stays).
 HWY_INLINE VI AlphaLanes(hn::Vec<DU32> px) {
-    const auto a = hn::ShiftRight<24>(px);
-    return hn::BitCast(DI16(), hn::Or(a, hn::ShiftLeft<16>(a)));
+    const D8 d8;
+    return hn::BitCast(
+        DI16(), hn::TableLookupBytesOr0(hn::BitCast(d8, px), hn::LoadDup128(d8, kAlphaLanes)));
 }
 
 // Whole vectors only: `pixels` is a multiple of kBlock.
@@ -207,12 +214,89 @@ template <int M> HWY_INLINE BlendFn PlainRow() {
         return Blend_C<M>;
 }
 
+// Mode 1 is the same formula on all four bytes, alpha included: s + mul(d, 255 - sA).
+// mul(d, .) is at most 255, so the sum held to 255 is the saturating byte sum. The
+// source's inverted alpha byte is copied into both 16-bit lanes of its pixel by one
+// byte shuffle (within 128-bit blocks, where each pixel stays).
+template <> void Blend<1>(uint8_t* dst, const uint8_t* src, int32_t pixels) {
+    const D8 d8;
+    const DU16 du;
+    const auto alphaIndex = hn::LoadDup128(d8, kAlphaLanes);
+    const auto lowByte = hn::Set(du, 0x00FF), half = hn::Set(du, 128);
+    for (int32_t i = 0; i < pixels; i += kBlock) {
+        const auto dv = hn::LoadU(d8, dst + 4 * i);
+        const auto sv = hn::LoadU(d8, src + 4 * i);
+        const auto inv = hn::BitCast(du, hn::TableLookupBytesOr0(hn::Not(sv), alphaIndex));
+        const auto d16 = hn::BitCast(du, dv);
+        const auto even = Div255(hn::Add(hn::Mul(hn::And(d16, lowByte), inv), half));
+        const auto odd = Div255(hn::Add(hn::Mul(hn::ShiftRight<8>(d16), inv), half));
+        const auto prod = hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd)));
+        hn::StoreU(hn::SaturatedAdd(sv, prod), d8, dst + 4 * i);
+    }
+}
+
 // Mode 2 is a saturating sum of every byte, alpha included.
 template <> void Blend<2>(uint8_t* dst, const uint8_t* src, int32_t pixels) {
     const D8 d8;
     for (int32_t i = 0; i < pixels; i += kBlock)
         hn::StoreU(hn::SaturatedAdd(hn::LoadU(d8, dst + 4 * i), hn::LoadU(d8, src + 4 * i)), d8,
                    dst + 4 * i);
+}
+
+// The luma mattes 18 and 20: every byte, alpha included, := mul(s, m) with m the luma L
+// of the destination (mode 18) or 255 - L (mode 20), one pixel a 32-bit lane, copied into
+// both 16-bit lanes of its pixel. L is expandY[(R to Y[r] + G to Y[g] + B to Y[b]) >> 16]
+// from the translators' tables. Where LumaRowsLinear finds each of the three rows to be
+// entry 0 + i (entry 1 - entry 0), the sum is computed from those steps, which gives the
+// very entries (in 32-bit arithmetic modulo 2^32, as the table holds them); otherwise
+// the three entries are gathered. The expansion is always gathered.
+template <int M, bool kLinear>
+void LumaMatte(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t) {
+    const D8 d8;
+    const DU16 du;
+    const DU32 d32;
+    const DI32 di32;
+    const auto lowByte = hn::Set(du, 0x00FF), half = hn::Set(du, 128);
+    const auto byte = hn::Set(d32, 0xFFu);
+    const int32_t* rows = t.toYuv;
+    auto step = [rows](int row) {
+        return int32_t(uint32_t(rows[256 * row + 1]) - uint32_t(rows[256 * row]));
+    };
+    const auto kr = hn::Set(di32, step(0)), kg = hn::Set(di32, step(1));
+    const auto kb = hn::Set(di32, step(2));
+    const auto base =
+        hn::Set(di32, int32_t(uint32_t(rows[0]) + uint32_t(rows[256]) + uint32_t(rows[512])));
+    for (int32_t i = 0; i < pixels; i += kBlock) {
+        const auto dv = hn::BitCast(d32, hn::LoadU(d8, dst + 4 * i));
+        const auto b = hn::BitCast(di32, hn::And(dv, byte));
+        const auto g = hn::BitCast(di32, hn::And(hn::ShiftRight<8>(dv), byte));
+        const auto r = hn::BitCast(di32, hn::And(hn::ShiftRight<16>(dv), byte));
+        hn::Vec<DI32> sum;
+        if (kLinear)
+            sum = hn::Add(hn::Add(hn::Mul(r, kr), hn::Mul(g, kg)), hn::Add(hn::Mul(b, kb), base));
+        else
+            sum = hn::Add(
+                hn::Add(hn::GatherIndex(di32, rows, r), hn::GatherIndex(di32, rows + 256, g)),
+                hn::GatherIndex(di32, rows + 512, b));
+        auto m = hn::BitCast(d32, hn::GatherIndex(di32, t.expandY, hn::ShiftRight<16>(sum)));
+        if (M == 20) m = hn::Sub(hn::Set(d32, 255u), m);
+        const auto m16 = hn::BitCast(du, hn::Or(m, hn::ShiftLeft<16>(m)));
+        const auto s16 = hn::BitCast(du, hn::LoadU(d8, src + 4 * i));
+        const auto even = Div255(hn::Add(hn::Mul(hn::And(s16, lowByte), m16), half));
+        const auto odd = Div255(hn::Add(hn::Mul(hn::ShiftRight<8>(s16), m16), half));
+        hn::StoreU(hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd))), d8, dst + 4 * i);
+    }
+}
+
+template <int M>
+void LumaMatteAny(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::Tables& t) {
+    if (!t.toYuv || !t.expandY) return Blend_C<M>(dst, src, pixels, t);
+    const int32_t n = kelp::simd::VectorPart(pixels, kBlock);
+    if (n > 0 && LumaRowsLinear(t.toYuv))
+        LumaMatte<M, true>(dst, src, n, t);
+    else if (n > 0)
+        LumaMatte<M, false>(dst, src, n, t);
+    Blend_C<M>(dst + 4 * n, src + 4 * n, pixels - n, t);
 }
 
 template <int M>
@@ -225,9 +309,10 @@ void BlendAny(uint8_t* dst, const uint8_t* src, int32_t pixels, const compose::T
 
 constexpr Kernels kKernels = {
     KELP_SIMD_THIS_TARGET_NAME,
-    {nullptr,     BlendAny<1>, BlendAny<2>, BlendAny<3>,  BlendAny<4>,  BlendAny<5>,  BlendAny<6>,
-     BlendAny<7>, BlendAny<8>, BlendAny<9>, BlendAny<10>, BlendAny<11>, BlendAny<12>, nullptr,
-     nullptr,     nullptr,     nullptr,     BlendAny<17>, nullptr,      BlendAny<19>, nullptr},
+    {nullptr,          BlendAny<1>,  BlendAny<2>,     BlendAny<3>, BlendAny<4>,  BlendAny<5>,
+     BlendAny<6>,      BlendAny<7>,  BlendAny<8>,     BlendAny<9>, BlendAny<10>, BlendAny<11>,
+     BlendAny<12>,     nullptr,      nullptr,         nullptr,     nullptr,      BlendAny<17>,
+     LumaMatteAny<18>, BlendAny<19>, LumaMatteAny<20>},
     nullptr,
     nullptr,
     nullptr,

@@ -26,6 +26,9 @@ struct Tables {
     const int32_t* toRgb;   // CYUV2RGB::GetTable(0): Y, V to R, U to B, V to G, U to G
     CHSL* hsl;
     int mode; // the hue, saturation and lightness mode, 13 to 16
+    // CTables::GetRecip, the table hsl reads: the vector forms of modes 13 to 16 gather
+    // from it, and keep the plain loop without it.
+    const float* recip = nullptr;
 };
 
 // a times b / 255, rounded: t := a b + 128, then (t + (t >> 8)) >> 8. Exact for bytes;

@@ -72,6 +72,78 @@ void Scale422_C(uint8_t* dst, const uint8_t* src, int32_t bytes, int a, int k, i
     }
 }
 
+void Scale444_C(uint8_t* d, const uint8_t* s, int32_t pixels, int a, int k) {
+    for (int32_t x = 0; x < pixels; ++x, d += 4, s += 4) {
+        const int y = Mul(Clamp(s[0] - k), a) + k;
+        const int u = Mul(s[1] - 128, a) + 128, v = Mul(s[2] - 128, a) + 128;
+        const int al = Mul(s[3], a);
+        d[0] = uint8_t(y);
+        d[1] = uint8_t(u);
+        d[2] = uint8_t(v);
+        d[3] = uint8_t(al);
+    }
+}
+
+void Mix444_C(uint8_t* d, const uint8_t* s, const uint8_t* b, int32_t pixels, int a, int k) {
+    for (int32_t x = 0; x < pixels; ++x, d += 4, s += 4, b += 4) {
+        const int a2 = Mul(s[3], a), inv = 255 - a2;
+        const int y = Clamp(Mul(Clamp(b[0] - k), inv) + k + Mul(Clamp(s[0] - k), a));
+        const int u = Clamp(128 + Mul(b[1] - 128, inv) + Mul(s[1] - 128, a));
+        const int v = Clamp(128 + Mul(b[2] - 128, inv) + Mul(s[2] - 128, a));
+        const int al = Clamp(a2 + Mul(b[3], inv));
+        d[0] = uint8_t(y);
+        d[1] = uint8_t(u);
+        d[2] = uint8_t(v);
+        d[3] = uint8_t(al);
+    }
+}
+
+// 4:2:2 at 7-bit precision: the first source weighs (a + 1) >> 1, the second the same
+// of its per-pixel rest 255 - mul(first alpha, a); a pair's chroma takes the mean rest
+// of its two pixels. The alpha plane mixes as in RGB.
+void Mix422_C(uint8_t* d, uint8_t* dAlpha, const uint8_t* s, const uint8_t* sAlpha,
+              const uint8_t* b, const uint8_t* bAlpha, int32_t width, int a, int k,
+              int lumaParity) {
+    const int hs = (a + 1) >> 1;
+    for (int32_t x = 0; x < width; x += 2) {
+        const int inv0 = 255 - Mul(sAlpha[x], a);
+        const int inv1 = x + 1 < width ? 255 - Mul(sAlpha[x + 1], a) : inv0;
+        const int invC = (inv0 + inv1 + 1) >> 1;
+        uint8_t* dp = d + 2 * x;
+        const uint8_t* sp = s + 2 * x;
+        const uint8_t* bp = b + 2 * x;
+        int out[4];
+        for (int i = 0; i < 4; ++i) {
+            if ((i & 1) == lumaParity) {
+                const int hb = (((i >> 1) ? inv1 : inv0) + 1) >> 1;
+                out[i] = Clamp(k + Round7(Clamp(bp[i] - k) * hb) + Round7(Clamp(sp[i] - k) * hs));
+            } else {
+                const int hb = (invC + 1) >> 1;
+                out[i] = Clamp(128 + Round7((bp[i] - 128) * hb) + Round7((sp[i] - 128) * hs));
+            }
+        }
+        for (int i = 0; i < 4; ++i)
+            dp[i] = uint8_t(out[i]);
+    }
+    for (int32_t x = 0; x < width; ++x) {
+        const int a2 = Mul(sAlpha[x], a);
+        dAlpha[x] = uint8_t(Clamp(a2 + Mul(bAlpha[x], 255 - a2)));
+    }
+}
+
+bool LumaRowsLinear(const int32_t* toYuv) {
+    if (!toYuv) return false;
+    for (int row = 0; row < 3; ++row) {
+        const uint32_t* r = reinterpret_cast<const uint32_t*>(toYuv + 256 * row);
+        const uint32_t step = r[1] - r[0];
+        bool linear = true;
+        for (uint32_t i = 0; i < 256; ++i)
+            linear &= r[0] + i * step == r[i];
+        if (!linear) return false;
+    }
+    return true;
+}
+
 namespace {
 
 constexpr Kernels kPlain = {
@@ -83,6 +155,9 @@ constexpr Kernels kPlain = {
     Scale_C,
     Mix_C,
     Scale422_C,
+    Scale444_C,
+    Mix444_C,
+    Mix422_C,
 };
 
 template <class F> void Overlay(F& slot, F from) {
@@ -100,6 +175,9 @@ void OverlayTable(Kernels& k, const Kernels* v) {
     Overlay(k.scale, v->scale);
     Overlay(k.mix, v->mix);
     Overlay(k.scale422, v->scale422);
+    Overlay(k.scale444, v->scale444);
+    Overlay(k.mix444, v->mix444);
+    Overlay(k.mix422, v->mix422);
 }
 
 std::array<Kernels, kelp::kSimdTargetCount> MakeTables() {
@@ -109,6 +187,8 @@ std::array<Kernels, kelp::kSimdTargetCount> MakeTables() {
         all[t] = all[t - 1];
         OverlayTable(all[t], VectorBlendKernels(t));
         OverlayTable(all[t], VectorDissolveKernels(t));
+        OverlayTable(all[t], VectorHslKernels(t));
+        OverlayTable(all[t], VectorYuvDissolveKernels(t));
     }
     return all;
 }

@@ -15,10 +15,6 @@ namespace stdfx {
 
 namespace {
 
-using compose::Clamp;
-using compose::Mul;
-using composerows::Round7;
-
 enum class Form { None, Rgb, Yuv444, Yuv422 };
 
 Form FormOf(const CDIB& dib) {
@@ -66,65 +62,6 @@ template <class F> void ForEachLine(const CDIB& target, int field, F&& f) {
     const int step = field == -1 ? 1 : 2;
     for (int m = first; m < height; m += step)
         f(target.IsBottomUp() ? height - 1 - m : m);
-}
-
-void Two444(uint8_t* d, const uint8_t* s, int32_t pixels, int a, int k) {
-    for (int32_t x = 0; x < pixels; ++x, d += 4, s += 4) {
-        const int y = Mul(Clamp(s[0] - k), a) + k;
-        const int u = Mul(s[1] - 128, a) + 128, v = Mul(s[2] - 128, a) + 128;
-        const int al = Mul(s[3], a);
-        d[0] = uint8_t(y);
-        d[1] = uint8_t(u);
-        d[2] = uint8_t(v);
-        d[3] = uint8_t(al);
-    }
-}
-
-void Three444(uint8_t* d, const uint8_t* s, const uint8_t* b, int32_t pixels, int a, int k) {
-    for (int32_t x = 0; x < pixels; ++x, d += 4, s += 4, b += 4) {
-        const int a2 = Mul(s[3], a), inv = 255 - a2;
-        const int y = Clamp(Mul(Clamp(b[0] - k), inv) + k + Mul(Clamp(s[0] - k), a));
-        const int u = Clamp(128 + Mul(b[1] - 128, inv) + Mul(s[1] - 128, a));
-        const int v = Clamp(128 + Mul(b[2] - 128, inv) + Mul(s[2] - 128, a));
-        const int al = Clamp(a2 + Mul(b[3], inv));
-        d[0] = uint8_t(y);
-        d[1] = uint8_t(u);
-        d[2] = uint8_t(v);
-        d[3] = uint8_t(al);
-    }
-}
-
-// 4:2:2 at 7-bit precision: the first source weighs (a + 1) >> 1, the second the same
-// of its per-pixel rest 255 - mul(first alpha, a); a pair's chroma takes the mean rest
-// of its two pixels. The alpha plane mixes as in RGB.
-void Three422(uint8_t* d, uint8_t* dAlpha, const uint8_t* s, const uint8_t* sAlpha,
-              const uint8_t* b, const uint8_t* bAlpha, int32_t width, int a, int k,
-              int lumaParity) {
-    const int hs = (a + 1) >> 1;
-    for (int32_t x = 0; x < width; x += 2) {
-        const int inv0 = 255 - Mul(sAlpha[x], a);
-        const int inv1 = x + 1 < width ? 255 - Mul(sAlpha[x + 1], a) : inv0;
-        const int invC = (inv0 + inv1 + 1) >> 1;
-        uint8_t* dp = d + 2 * x;
-        const uint8_t* sp = s + 2 * x;
-        const uint8_t* bp = b + 2 * x;
-        int out[4];
-        for (int i = 0; i < 4; ++i) {
-            if ((i & 1) == lumaParity) {
-                const int hb = (((i >> 1) ? inv1 : inv0) + 1) >> 1;
-                out[i] = Clamp(k + Round7(Clamp(bp[i] - k) * hb) + Round7(Clamp(sp[i] - k) * hs));
-            } else {
-                const int hb = (invC + 1) >> 1;
-                out[i] = Clamp(128 + Round7((bp[i] - 128) * hb) + Round7((sp[i] - 128) * hs));
-            }
-        }
-        for (int i = 0; i < 4; ++i)
-            dp[i] = uint8_t(out[i]);
-    }
-    for (int32_t x = 0; x < width; ++x) {
-        const int a2 = Mul(sAlpha[x], a);
-        dAlpha[x] = uint8_t(Clamp(a2 + Mul(bAlpha[x], 255 - a2)));
-    }
 }
 
 // The common refusals of the dissolves; `done` where the answer is true without work.
@@ -208,7 +145,7 @@ bool CDIB::BlendTwo(const CDIB& source, int opacity, int field) {
             kernels.scale(d, s, 4 * width, a);
             break;
         case Form::Yuv444:
-            Two444(d, s, width, a, k);
+            kernels.scale444(d, s, width, a, k);
             break;
         default:
             kernels.scale422(d, s, 2 * ((width + 1) & ~1), a, k, LumaParity(*this));
@@ -238,11 +175,11 @@ bool CDIB::BlendThree(const CDIB& first, const CDIB& second, int opacity, int fi
             kernels.mix(d, s, b, width, a);
             break;
         case Form::Yuv444:
-            Three444(d, s, b, width, a, k);
+            kernels.mix444(d, s, b, width, a, k);
             break;
         default:
-            Three422(d, AlphaLineOf(*this, y), s, AlphaLineOf(first, y), b, AlphaLineOf(second, y),
-                     width, a, k, LumaParity(*this));
+            kernels.mix422(d, AlphaLineOf(*this, y), s, AlphaLineOf(first, y), b,
+                           AlphaLineOf(second, y), width, a, k, LumaParity(*this));
             break;
         }
     });

@@ -30,7 +30,8 @@ stdfx::compose::Tables TablesFor(stdfx::CHSL* hsl, int mode) {
             stdfx::GetRGB2YUV()->GetTable(0),
             stdfx::GetYUV2RGB()->GetTable(0),
             hsl,
-            mode};
+            mode,
+            stdfx::GetTables()->GetRecip()};
 }
 
 // Random bytes with the edge values of the arithmetic mixed in.
@@ -58,7 +59,11 @@ TEST(ComposeSimd, EverySlotEqualsPlainAtEveryLengthAndStart) {
         const Kernels& p = PlainKernels();
         // Every vector target fills these slots with its own forms.
         if (target != kelp::kSimdPlain) {
-            EXPECT_NE(k.blend[1], p.blend[1]);
+            for (int m = 1; m < kSlots; ++m)
+                EXPECT_NE(k.blend[m], p.blend[m]) << "mode " << m;
+            EXPECT_NE(k.scale444, p.scale444);
+            EXPECT_NE(k.mix444, p.mix444);
+            EXPECT_NE(k.mix422, p.mix422);
             EXPECT_NE(k.depth, p.depth);
             EXPECT_NE(k.mix, p.mix);
             EXPECT_NE(k.scale422, p.scale422);
@@ -104,6 +109,18 @@ TEST(ComposeSimd, EverySlotEqualsPlainAtEveryLengthAndStart) {
                     p.scale422(want.data(), s.data(), int32_t(bytes), a, k16, int(start & 1));
                     k.scale422(dp, sp, int32_t(bytes), a, k16, int(start & 1));
                     ASSERT_EQ(std::vector<uint8_t>(dp, dp + bytes), want) << "4:2:2 " << a;
+                    p.scale444(want.data(), s.data(), len, a, k16);
+                    k.scale444(dp, sp, len, a, k16);
+                    ASSERT_EQ(std::vector<uint8_t>(dp, dp + bytes), want) << "4:4:4 scale " << a;
+                    p.mix444(want.data(), s.data(), b.data(), len, a, k16);
+                    k.mix444(dp, sp, bp, len, a, k16);
+                    ASSERT_EQ(std::vector<uint8_t>(dp, dp + bytes), want) << "4:4:4 mix " << a;
+                    // In place over the second source, as BlendThree(x, this) does.
+                    std::vector<uint8_t> self = b;
+                    p.mix444(self.data(), s.data(), self.data(), len, a, k16);
+                    std::memcpy(dp, b.data(), bytes);
+                    k.mix444(dp, sp, dp, len, a, k16);
+                    ASSERT_EQ(std::vector<uint8_t>(dp, dp + bytes), self) << "4:4:4 in place " << a;
                 }
                 // Depth pixels are eight bytes: half the length, depths with ties and NaN.
                 const int32_t zlen = len / 2 + 1;
@@ -125,6 +142,54 @@ TEST(ComposeSimd, EverySlotEqualsPlainAtEveryLengthAndStart) {
                 ASSERT_EQ(std::vector<uint8_t>(zd.data() + start, zd.data() + start + zbytes), want)
                     << "depth, length " << zlen;
             }
+    });
+}
+
+// The 4:2:2 BlendThree rows: odd widths (a last pair of one pixel), rows and alpha rows
+// that end at an unreadable page, unaligned starts, and in place over either source.
+TEST(ComposeSimd, Mix422EqualsPlainAtEveryWidthStartAndInPlace) {
+    std::mt19937 rng(19);
+    kelptest::ForEachSimdTarget([&](int) {
+        const Kernels& k = Current();
+        const Kernels& p = PlainKernels();
+        for (int32_t len : kLengths)
+            for (size_t start = 0; start < 4; ++start)
+                for (int where = 0; where < 3; ++where) { // apart, over first, over second
+                    const size_t bytes = size_t(2 * ((len + 1) & ~1)), alphas = size_t(len);
+                    std::vector<uint8_t> f(bytes), b(bytes), fa(alphas), ba(alphas), d(bytes),
+                        da(alphas);
+                    for (auto* v : {&f, &b, &fa, &ba, &d, &da})
+                        Edgy(v->data(), v->size(), rng);
+                    const int a = int(rng() % 256), k16 = rng() % 2 ? 16 : 0;
+                    const int parity = int(rng() % 2);
+                    std::vector<uint8_t> want = where == 1 ? f : where == 2 ? b : d;
+                    std::vector<uint8_t> wantA = where == 1 ? fa : where == 2 ? ba : da;
+                    p.mix422(want.data(), wantA.data(), where == 1 ? want.data() : f.data(),
+                             where == 1 ? wantA.data() : fa.data(),
+                             where == 2 ? want.data() : b.data(),
+                             where == 2 ? wantA.data() : ba.data(), len, a, k16, parity);
+                    kelptest::GuardedBuffer gd(bytes + start), gf(bytes + start), gb(bytes + start),
+                        gda(alphas + start), gfa(alphas + start), gba(alphas + start);
+                    uint8_t* dp = gd.data() + start;
+                    uint8_t* dap = gda.data() + start;
+                    uint8_t* fp = gf.data() + start;
+                    uint8_t* fap = gfa.data() + start;
+                    uint8_t* bp = gb.data() + start;
+                    uint8_t* bap = gba.data() + start;
+                    std::memcpy(fp, f.data(), bytes);
+                    std::memcpy(bp, b.data(), bytes);
+                    std::memcpy(fap, fa.data(), alphas);
+                    std::memcpy(bap, ba.data(), alphas);
+                    std::memcpy(dp, d.data(), bytes);
+                    std::memcpy(dap, da.data(), alphas);
+                    if (where == 1) dp = fp, dap = fap;
+                    if (where == 2) dp = bp, dap = bap;
+                    k.mix422(dp, dap, fp, fap, bp, bap, len, a, k16, parity);
+                    ASSERT_EQ(std::vector<uint8_t>(dp, dp + bytes), want)
+                        << "width " << len << ", case " << where;
+                    ASSERT_EQ(std::vector<uint8_t>(dap, dap + alphas), wantA)
+                        << "alpha, width " << len << ", case " << where;
+                }
     });
 }
 
