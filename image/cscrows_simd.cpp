@@ -23,7 +23,11 @@
 //   k = 255 for every c, the two cases that the plain loop takes apart.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "image/cscrows_simd.cpp" // this file, from the source root
-#include <hwy/foreach_target.h>                     // IWYU pragma: keep
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+
+#include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
 #include "image/cscrows.h"
@@ -378,10 +382,178 @@ void Yuv444ToBgr16(const Inverse16& l, const uint8_t* src, uint8_t* dst, int32_t
     }
 }
 
+// The inverse of spaces 0 and 1 with one 16-bit multiply-add per column. A chroma step
+// c too large for 16 bits is taken as (c / s) * (s * x) for the smallest s in 1..8 that
+// divides it into range (the scaled index s * x is at most 2040); luma is taken as
+// a * y + b * (128 * y) with a + 128 * b the step. All sums are then the tables' 32-bit
+// 16.16 sums, exactly. Luma is shared, and the patch of space 0 is the clamp of
+// Inverse16.
+//
+// The limit is folded into the packing: each sum S carries a bias of -2^23, so that
+// (S >> 8) narrowed to 16 bits with saturation holds floor(S_true / 65536) - 128 in its
+// high byte when that is 0..255, and saturates to 0x7FFF (255 after the flip of the
+// top bit) above and to 0x8000 (0) below: the clamp of the limit table. The one entry
+// that is not a clamp, 0 at 511, is tested on the sum where its channel can reach it;
+// -256 and below are 0 by the saturation.
+struct InverseScaled {
+    int32_t yPair;         // a | b << 16: the luma step as a * y + b * (128 * y)
+    int32_t yLow, yHigh;   // the patch bounds, less the luma base
+    int32_t kB, kG, kR;    // every base, less 2^23
+    int32_t pairB, pairR;  // (16-bit step, 0) on (sB * u, ...) and (0, step) on (..., sR * w)
+    int32_t pairG;         // steps on (sGu * u, sGv * w)
+    int32_t scaleBR;       // sB | sR << 16
+    int32_t scaleG;        // sGu | sGv << 16
+    bool endB, endG, endR; // whether the channel can reach the index 511
+    bool ok;
+};
+
+// c = (c / s) * s with |c / s| < 32768, for the smallest s in 1..8; false if none.
+static bool Scaled16(int64_t c, int32_t* c16, int32_t* s) {
+    for (int k = 1; k <= 8; ++k)
+        if (c % k == 0 && c / k >= -32768 && c / k <= 32767) {
+            *c16 = int32_t(c / k);
+            *s = k;
+            return true;
+        }
+    return false;
+}
+
+static int32_t Pair16(int32_t lo, int32_t hi) {
+    return int32_t(uint32_t(uint16_t(lo)) | uint32_t(uint16_t(hi)) << 16);
+}
+
+InverseScaled InverseScaledOf(const View& v, const Inverse16& l16) {
+    InverseScaled l{};
+    const int64_t yStep = int64_t(v.yY[17]) - v.yY[16];
+    const int64_t yBase = int64_t(v.yY[16]) - 16 * yStep; // the entry at 0 of the line
+    const int64_t b = yStep / 128, a = yStep - 128 * b;
+    int32_t cB, cR, cGu, cGv, sB, sR, sGu, sGv;
+    l.ok = l16.ok && a >= -32768 && a <= 32767 && b >= -32768 && b <= 32767 &&
+           Scaled16(int64_t(v.cbB[1]) - v.cbB[0], &cB, &sB) &&
+           Scaled16(int64_t(v.crR[1]) - v.crR[0], &cR, &sR) &&
+           Scaled16(int64_t(v.cbG[1]) - v.cbG[0], &cGu, &sGu) &&
+           Scaled16(int64_t(v.crG[1]) - v.crG[0], &cGv, &sGv);
+    if (!l.ok) return l;
+    l.yPair = Pair16(int32_t(a), int32_t(b));
+    l.yLow = int32_t(l16.yLow - yBase);
+    l.yHigh = int32_t(l16.yHigh - yBase);
+    const int64_t bias = int64_t(1) << 23;
+    const int64_t kB = yBase + v.cbB[0] - bias, kR = yBase + v.crR[0] - bias,
+                  kG = yBase + int64_t(v.cbG[0]) + v.crG[0] - bias;
+    // Every sum must stay inside 32 bits: bound it by its ends.
+    auto fits = [&](int64_t k, int64_t c1, int64_t c2) {
+        const int64_t yLo = l16.patched ? std::min<int64_t>(0, l16.yLow - yBase) : 0;
+        const int64_t yHi = std::max<int64_t>(255 * yStep, l16.patched ? l16.yHigh - yBase : 0);
+        const int64_t lo = k + std::min<int64_t>(yLo, 255 * yStep) +
+                           std::min<int64_t>(0, 255 * c1) + std::min<int64_t>(0, 255 * c2);
+        const int64_t hi =
+            k + yHi + std::max<int64_t>(0, 255 * c1) + std::max<int64_t>(0, 255 * c2);
+        return lo >= int64_t(INT32_MIN) + 65536 && hi <= int64_t(INT32_MAX) - 65536;
+    };
+    l.ok = fits(kB, int64_t(cB) * sB, 0) && fits(kR, int64_t(cR) * sR, 0) &&
+           fits(kG, int64_t(cGu) * sGu, int64_t(cGv) * sGv);
+    l.kB = int32_t(kB), l.kR = int32_t(kR), l.kG = int32_t(kG);
+    l.pairB = Pair16(cB, 0);
+    l.pairR = Pair16(0, cR);
+    l.pairG = Pair16(cGu, cGv);
+    l.scaleBR = Pair16(sB, sR);
+    l.scaleG = Pair16(sGu, sGv);
+    int64_t yMax = v.yY[0];
+    for (int i : {16, 234, 235, 254, 255})
+        yMax = std::max<int64_t>(yMax, v.yY[i]);
+    auto top = [](const int32_t* t) { return int64_t(std::max(t[0], t[255])); };
+    l.endB = ((yMax + top(v.cbB)) >> 16) >= 511;
+    l.endG = ((yMax + top(v.crG) + top(v.cbG)) >> 16) >= 511;
+    l.endR = ((yMax + top(v.crR)) >> 16) >= 511;
+    return l;
+}
+
+// Per pixel: Y, Y as 16-bit pairs; Cb, Cr as 16-bit pairs.
+alignas(16) constexpr uint8_t kPairYY[16] = {0, 0x80, 0, 0x80, 4,  0x80, 4,  0x80,
+                                             8, 0x80, 8, 0x80, 12, 0x80, 12, 0x80};
+alignas(16) constexpr uint8_t kPairUW[16] = {1, 0x80, 2,  0x80, 5,  0x80, 6,  0x80,
+                                             9, 0x80, 10, 0x80, 13, 0x80, 14, 0x80};
+
+// 0 where the sum's channel is 511 (the biased sum's top half is 511 - 128).
+template <bool End> HWY_INLINE V32 ZeroAt511(V32 s, V32 x) {
+    if (!End) return x;
+    const D32 d;
+    return hn::IfThenElse(hn::Eq(hn::ShiftRight<16>(s), hn::Set(d, 511 - 128)), hn::Set(d, -32768),
+                          x);
+}
+
+template <int PS, bool Patched, bool EndB, bool EndG, bool EndR>
+void Yuv444ToBgrScaled(const InverseScaled& l, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const D32 d;
+    const D16 d16;
+    const D8 d8;
+    const auto pairYY = hn::LoadDup128(d8, kPairYY);
+    const auto pairUW = hn::LoadDup128(d8, kPairUW);
+    const auto order = hn::LoadDup128(d8, kInterleave);
+    const auto yScale = hn::BitCast(d16, hn::Set(d, Pair16(1, 128)));
+    const auto scaleBR = hn::BitCast(d16, hn::Set(d, l.scaleBR));
+    const auto scaleG = hn::BitCast(d16, hn::Set(d, l.scaleG));
+    const auto yPair = hn::BitCast(d16, hn::Set(d, l.yPair));
+    const auto pairB = hn::BitCast(d16, hn::Set(d, l.pairB));
+    const auto pairR = hn::BitCast(d16, hn::Set(d, l.pairR));
+    const auto pairG = hn::BitCast(d16, hn::Set(d, l.pairG));
+    const V32 kB = hn::Set(d, l.kB), kG = hn::Set(d, l.kG), kR = hn::Set(d, l.kR);
+    const V32 yLow = hn::Set(d, l.yLow), yHigh = hn::Set(d, l.yHigh);
+    const V32 y255 = hn::Set(d, Pair16(255, 255 * 128)); // the pair (Y, 128 Y) at Y = 255
+    const V32 alphaFlip = hn::Set(d, int32_t(0x80000000u));
+    const auto flip = hn::Set(d8, uint8_t(0x80));
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<PS>(src + PS * i);
+        const auto bytes = hn::BitCast(d8, px);
+        const auto yy16 = hn::Mul(hn::BitCast(d16, hn::TableLookupBytesOr0(bytes, pairYY)), yScale);
+        const auto uw = hn::BitCast(d16, hn::TableLookupBytesOr0(bytes, pairUW));
+        V32 unused = hn::Zero(d);
+        V32 yy = hn::ReorderWidenMulAccumulate(d, yy16, yPair, hn::Zero(d), unused);
+        if (Patched) {
+            const V32 c = hn::Min(hn::Max(yy, yLow), yHigh);
+            yy = hn::IfThenElse(hn::Eq(hn::BitCast(d, yy16), y255), yy, c);
+        }
+        const auto uwBR = hn::Mul(uw, scaleBR);
+        const auto uwG = hn::Mul(uw, scaleG);
+        const V32 sB = hn::Add(hn::ReorderWidenMulAccumulate(d, uwBR, pairB, yy, unused), kB);
+        const V32 sR = hn::Add(hn::ReorderWidenMulAccumulate(d, uwBR, pairR, yy, unused), kR);
+        const V32 sG = hn::Add(hn::ReorderWidenMulAccumulate(d, uwG, pairG, yy, unused), kG);
+        const V32 b = ZeroAt511<EndB>(sB, hn::ShiftRight<8>(sB));
+        const V32 g = ZeroAt511<EndG>(sG, hn::ShiftRight<8>(sG));
+        const V32 r = ZeroAt511<EndR>(sR, hn::ShiftRight<8>(sR));
+        // Alpha with its top bit flipped in the high byte, so that the flip below restores it.
+        const V32 a = PS == 4 ? hn::ShiftRight<16>(hn::Xor(px, alphaFlip)) : hn::Zero(d);
+        const auto bg = hn::BitCast(d8, hn::ReorderDemote2To(d16, b, g));
+        const auto ra = hn::BitCast(d8, hn::ReorderDemote2To(d16, r, a));
+        // High bytes: B R pairs in the low half of each block, G A in the high half.
+        const auto hiBytes = hn::OddEven(
+            ra, hn::BitCast(d8, hn::ShiftRight<8>(hn::BitCast(hn::RebindToUnsigned<D16>(), bg))));
+        const V32 out = hn::BitCast(d, hn::Xor(hn::TableLookupBytes(hiBytes, order), flip));
+        StorePixels<PS>(dst + PS * i, out,
+                        PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+    }
+}
+
+template <int PS>
+bool Yuv444ToBgrScaledFor(const View& v, const Inverse16& l16, const uint8_t* src, uint8_t* dst,
+                          int32_t n) {
+    const InverseScaled l = InverseScaledOf(v, l16);
+    if (!l.ok) return false;
+    // The combinations of the tables of spaces 0 and 1.
+    if (l16.patched && l.endB && !l.endG && !l.endR)
+        Yuv444ToBgrScaled<PS, true, true, false, false>(l, src, dst, n);
+    else if (!l16.patched && !l.endB && !l.endG && !l.endR)
+        Yuv444ToBgrScaled<PS, false, false, false, false>(l, src, dst, n);
+    else
+        return false;
+    return true;
+}
+
 template <int PS> void Yuv444ToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
     const D32 d;
     if (v.space != 2) {
         const Inverse16 l = Inverse16Of(v);
+        if (l.ok && HWY_TARGET != HWY_SSSE3 && Yuv444ToBgrScaledFor<PS>(v, l, src, dst, n)) return;
         if (l.ok) return Yuv444ToBgr16<PS>(l, src, dst, n);
     }
     // SSSE3 has the 16-bit form above but not the 32-bit multiplies below.
