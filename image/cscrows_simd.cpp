@@ -151,29 +151,58 @@ HWY_INLINE V32 LinearSum(const Linear& l, V32 lo, V32 hi, V32 b, V32 g, V32 r) {
     return s;
 }
 
-template <int PS> void BgrToYuv444(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+// Whether a sum of three rows of 256 (shifted by 16) can reach the index -256 or 511,
+// where the limit tables hold 0 instead of their bounds. The rows of spaces 0 and 1 are
+// linear, so their ends bound them.
+static bool ReachesEnds(const int32_t* rows) {
+    int64_t lo = 0, hi = 0;
+    for (int k = 0; k < 3; ++k) {
+        const int32_t* t = rows + 256 * k;
+        lo += std::min(t[0], t[255]);
+        hi += std::max(t[0], t[255]);
+    }
+    lo >>= 16, hi >>= 16;
+    return (lo <= -256 && -256 <= hi) || (lo <= 511 && 511 <= hi);
+}
+
+// The limit as a clamp alone, where no sum reaches the ends.
+template <bool Ends> HWY_INLINE V32 LimitTo(V32 v, V32 lo, V32 hi) {
+    return Ends ? Limit(v, lo, hi) : hn::Min(hn::Max(v, lo), hi);
+}
+
+template <int PS, bool Ends>
+void BgrToYuv444Linear(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
     const D32 d;
     const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
     const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
     const V32 mask8 = hn::Set(d, 0x00FF00FF);
     const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
+    const Linear ly = LinearOf(v.rgbYcc), lu = LinearOf(v.rgbYcc + 768),
+                 lv = LinearOf(v.rgbYcc + 1536);
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<PS>(src + PS * i);
+        const V32 lo = hn::And(px, mask8);                    // B, R as 16-bit pairs
+        const V32 hi = hn::And(hn::ShiftRight<8>(px), mask8); // G, A
+        const V32 b = Byte(px, 0), g = Byte(px, 8), r = Byte(px, 16);
+        const V32 y = LimitTo<Ends>(LinearSum(ly, lo, hi, b, g, r), loY, hiY);
+        const V32 u = LimitTo<Ends>(LinearSum(lu, lo, hi, b, g, r), loC, hiC);
+        const V32 w = LimitTo<Ends>(LinearSum(lv, lo, hi, b, g, r), loC, hiC);
+        V32 out = Pack3(y, u, w);
+        if (PS == 4) out = hn::Or(out, hn::And(px, alphaMask));
+        StorePixels<PS>(dst + PS * i, out,
+                        PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+    }
+}
+
+template <int PS> void BgrToYuv444(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const D32 d;
+    const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
+    const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
+    const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
     if (v.space != 2) {
-        const Linear ly = LinearOf(v.rgbYcc), lu = LinearOf(v.rgbYcc + 768),
-                     lv = LinearOf(v.rgbYcc + 1536);
-        for (int32_t i = 0; i < n; i += K) {
-            const V32 px = LoadPixels<PS>(src + PS * i);
-            const V32 lo = hn::And(px, mask8);                    // B, R as 16-bit pairs
-            const V32 hi = hn::And(hn::ShiftRight<8>(px), mask8); // G, A
-            const V32 b = Byte(px, 0), g = Byte(px, 8), r = Byte(px, 16);
-            const V32 y = Limit(LinearSum(ly, lo, hi, b, g, r), loY, hiY);
-            const V32 u = Limit(LinearSum(lu, lo, hi, b, g, r), loC, hiC);
-            const V32 w = Limit(LinearSum(lv, lo, hi, b, g, r), loC, hiC);
-            V32 out = Pack3(y, u, w);
-            if (PS == 4) out = hn::Or(out, hn::And(px, alphaMask));
-            StorePixels<PS>(dst + PS * i, out,
-                            PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
-        }
-        return;
+        if (ReachesEnds(v.rgbYcc) || ReachesEnds(v.rgbYcc + 768) || ReachesEnds(v.rgbYcc + 1536))
+            return BgrToYuv444Linear<PS, true>(v, src, dst, n);
+        return BgrToYuv444Linear<PS, false>(v, src, dst, n);
     }
     const int32_t* t = v.rgbYcc;
     for (int32_t i = 0; i < n; i += K) {
