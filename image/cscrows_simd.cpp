@@ -497,11 +497,39 @@ InverseScaled InverseScaledOf(const View& v, const Inverse16& l16) {
     return l;
 }
 
-// Per pixel: Y, Y as 16-bit pairs; Cb, Cr as 16-bit pairs.
-alignas(16) constexpr uint8_t kPairYY[16] = {0, 0x80, 0, 0x80, 4,  0x80, 4,  0x80,
-                                             8, 0x80, 8, 0x80, 12, 0x80, 12, 0x80};
-alignas(16) constexpr uint8_t kPairUW[16] = {1, 0x80, 2,  0x80, 5,  0x80, 6,  0x80,
-                                             9, 0x80, 10, 0x80, 13, 0x80, 14, 0x80};
+// What the destination holds, for the bytes a conversion must leave.
+template <int PS> HWY_INLINE V32 Old(const uint8_t* p) {
+    return hn::BitCast(D32(), hn::LoadU(D8(), p));
+}
+
+// The source layouts of the scaled inverse: meshed 4:4:4 (Y, Cb, Cr, alpha copied),
+// YUVK and UYVK (the destination's fourth byte kept), and UYVY (groups Cb, Y0, Cr, Y1,
+// each doubled into two lanes, the even lane taking Y0 and the odd lane Y1).
+enum { kSrc444, kSrcYuvk, kSrcUyvk, kSrcUyvy };
+
+// Per pixel and layout: Y, Y as 16-bit pairs; and Cb, Cr as 16-bit pairs.
+alignas(16) constexpr uint8_t kPairYY[4][16] = {
+    {0, 0x80, 0, 0x80, 4, 0x80, 4, 0x80, 8, 0x80, 8, 0x80, 12, 0x80, 12, 0x80},
+    {0, 0x80, 0, 0x80, 4, 0x80, 4, 0x80, 8, 0x80, 8, 0x80, 12, 0x80, 12, 0x80},
+    {1, 0x80, 1, 0x80, 5, 0x80, 5, 0x80, 9, 0x80, 9, 0x80, 13, 0x80, 13, 0x80},
+    {1, 0x80, 1, 0x80, 7, 0x80, 7, 0x80, 9, 0x80, 9, 0x80, 15, 0x80, 15, 0x80}};
+alignas(16) constexpr uint8_t kPairUW[4][16] = {
+    {1, 0x80, 2, 0x80, 5, 0x80, 6, 0x80, 9, 0x80, 10, 0x80, 13, 0x80, 14, 0x80},
+    {1, 0x80, 2, 0x80, 5, 0x80, 6, 0x80, 9, 0x80, 10, 0x80, 13, 0x80, 14, 0x80},
+    {0, 0x80, 2, 0x80, 4, 0x80, 6, 0x80, 8, 0x80, 10, 0x80, 12, 0x80, 14, 0x80},
+    {0, 0x80, 2, 0x80, 4, 0x80, 6, 0x80, 8, 0x80, 10, 0x80, 12, 0x80, 14, 0x80}};
+
+// K source pixels of a layout as 32-bit lanes.
+template <int Src, int PS> HWY_INLINE V32 LoadSource(const uint8_t* src, int32_t i) {
+    if (Src == kSrc444) return LoadPixels<PS>(src + PS * i);
+    if (Src != kSrcUyvy) return LoadPixels<4>(src + 4 * i);
+    const DU32 du;
+    const hn::Half<DU32> dh;
+    const hn::Repartition<uint64_t, DU32> d64;
+    const auto groups = hn::LoadU(dh, reinterpret_cast<const uint32_t*>(src + 2 * i));
+    const auto wide = hn::PromoteTo(d64, groups);
+    return hn::BitCast(D32(), hn::BitCast(du, hn::Or(wide, hn::ShiftLeft<32>(wide))));
+}
 
 // 0 where the sum's channel is 511 (the biased sum's top half is 511 - 128).
 template <bool End> HWY_INLINE V32 ZeroAt511(V32 s, V32 x) {
@@ -511,13 +539,13 @@ template <bool End> HWY_INLINE V32 ZeroAt511(V32 s, V32 x) {
                           x);
 }
 
-template <int PS, bool Patched, bool EndB, bool EndG, bool EndR>
-void Yuv444ToBgrScaled(const InverseScaled& l, const uint8_t* src, uint8_t* dst, int32_t n) {
+template <int Src, int PS, bool Patched, bool EndB, bool EndG, bool EndR>
+void InverseScaledRow(const InverseScaled& l, const uint8_t* src, uint8_t* dst, int32_t n) {
     const D32 d;
     const D16 d16;
     const D8 d8;
-    const auto pairYY = hn::LoadDup128(d8, kPairYY);
-    const auto pairUW = hn::LoadDup128(d8, kPairUW);
+    const auto pairYY = hn::LoadDup128(d8, kPairYY[Src]);
+    const auto pairUW = hn::LoadDup128(d8, kPairUW[Src]);
     const auto order = hn::LoadDup128(d8, kInterleave);
     const auto yScale = hn::BitCast(d16, hn::Set(d, Pair16(1, 128)));
     const auto scaleBR = hn::BitCast(d16, hn::Set(d, l.scaleBR));
@@ -532,7 +560,7 @@ void Yuv444ToBgrScaled(const InverseScaled& l, const uint8_t* src, uint8_t* dst,
     const V32 alphaFlip = hn::Set(d, int32_t(0x80000000u));
     const auto flip = hn::Set(d8, uint8_t(0x80));
     for (int32_t i = 0; i < n; i += K) {
-        const V32 px = LoadPixels<PS>(src + PS * i);
+        const V32 px = LoadSource<Src, PS>(src, i);
         const auto bytes = hn::BitCast(d8, px);
         const auto yy16 = hn::Mul(hn::BitCast(d16, hn::TableLookupBytesOr0(bytes, pairYY)), yScale);
         const auto uw = hn::BitCast(d16, hn::TableLookupBytesOr0(bytes, pairUW));
@@ -550,29 +578,32 @@ void Yuv444ToBgrScaled(const InverseScaled& l, const uint8_t* src, uint8_t* dst,
         const V32 b = ZeroAt511<EndB>(sB, hn::ShiftRight<8>(sB));
         const V32 g = ZeroAt511<EndG>(sG, hn::ShiftRight<8>(sG));
         const V32 r = ZeroAt511<EndR>(sR, hn::ShiftRight<8>(sR));
-        // Alpha with its top bit flipped in the high byte, so that the flip below restores it.
-        const V32 a = PS == 4 ? hn::ShiftRight<16>(hn::Xor(px, alphaFlip)) : hn::Zero(d);
+        // The fourth byte (the source's alpha, or what the destination holds) with its top
+        // bit flipped in the high byte, so that the flip below restores it.
+        const V32 old = Src == kSrc444 && PS == 4 ? px : Old<PS>(dst + PS * i);
+        const V32 a = PS == 4 ? hn::ShiftRight<16>(hn::Xor(old, alphaFlip)) : hn::Zero(d);
         const auto bg = hn::BitCast(d8, hn::ReorderDemote2To(d16, b, g));
         const auto ra = hn::BitCast(d8, hn::ReorderDemote2To(d16, r, a));
         // High bytes: B R pairs in the low half of each block, G A in the high half.
         const auto hiBytes = hn::OddEven(
             ra, hn::BitCast(d8, hn::ShiftRight<8>(hn::BitCast(hn::RebindToUnsigned<D16>(), bg))));
         const V32 out = hn::BitCast(d, hn::Xor(hn::TableLookupBytes(hiBytes, order), flip));
-        StorePixels<PS>(dst + PS * i, out,
-                        PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+        StorePixels<PS>(dst + PS * i, out, PS == 4 ? out : old);
     }
 }
 
-template <int PS>
-bool Yuv444ToBgrScaledFor(const View& v, const Inverse16& l16, const uint8_t* src, uint8_t* dst,
-                          int32_t n) {
+template <int Src, int PS>
+bool InverseScaledFor(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    if (HWY_TARGET == HWY_SSSE3 || v.space == 2) return false;
+    const Inverse16 l16 = Inverse16Of(v);
+    if (!l16.ok) return false;
     const InverseScaled l = InverseScaledOf(v, l16);
     if (!l.ok) return false;
     // The combinations of the tables of spaces 0 and 1.
     if (l16.patched && l.endB && !l.endG && !l.endR)
-        Yuv444ToBgrScaled<PS, true, true, false, false>(l, src, dst, n);
+        InverseScaledRow<Src, PS, true, true, false, false>(l, src, dst, n);
     else if (!l16.patched && !l.endB && !l.endG && !l.endR)
-        Yuv444ToBgrScaled<PS, false, false, false, false>(l, src, dst, n);
+        InverseScaledRow<Src, PS, false, false, false, false>(l, src, dst, n);
     else
         return false;
     return true;
@@ -582,7 +613,7 @@ template <int PS> void Yuv444ToBgr(const View& v, const uint8_t* src, uint8_t* d
     const D32 d;
     if (v.space != 2) {
         const Inverse16 l = Inverse16Of(v);
-        if (l.ok && HWY_TARGET != HWY_SSSE3 && Yuv444ToBgrScaledFor<PS>(v, l, src, dst, n)) return;
+        if (InverseScaledFor<kSrc444, PS>(v, src, dst, n)) return;
         if (l.ok) return Yuv444ToBgr16<PS>(l, src, dst, n);
     }
     // SSSE3 has the 16-bit form above but not the 32-bit multiplies below.
@@ -623,11 +654,6 @@ template <int PS> void Matrix601To709(const View& v, const uint8_t* src, uint8_t
     }
 }
 
-// What the destination holds, for the bytes a conversion must leave.
-template <int PS> HWY_INLINE V32 Old(const uint8_t* p) {
-    return hn::BitCast(D32(), hn::LoadU(D8(), p));
-}
-
 // Writes B, G, R and keeps the destination's fourth byte.
 template <int PS> HWY_INLINE void StoreBgr(uint8_t* p, V32 bgr) {
     const D32 d;
@@ -637,6 +663,7 @@ template <int PS> HWY_INLINE void StoreBgr(uint8_t* p, V32 bgr) {
 }
 
 template <int PS> void UyvkToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    if (InverseScaledFor<kSrcUyvk, PS>(v, src, dst, n)) return;
     const Inverse inv(v);
     for (int32_t i = 0; i < n; i += K) {
         const V32 px = LoadPixels<4>(src + 4 * i);
@@ -645,6 +672,7 @@ template <int PS> void UyvkToBgr(const View& v, const uint8_t* src, uint8_t* dst
 }
 
 template <int PS> void YuvkToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    if (InverseScaledFor<kSrcYuvk, PS>(v, src, dst, n)) return;
     const Inverse inv(v);
     for (int32_t i = 0; i < n; i += K) {
         const V32 px = LoadPixels<4>(src + 4 * i);
@@ -673,6 +701,7 @@ void YuvkToBgrPremultiplied(const View& v, const uint8_t* src, uint8_t* dst, int
 // Two pixels a source group U, Y0, V, Y1: each group is doubled into two lanes, the
 // even lane taking Y0 and the odd lane Y1.
 template <int PS> void UyvyToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    if (InverseScaledFor<kSrcUyvy, PS>(v, src, dst, n)) return;
     const DU32 du;
     const hn::Half<DU32> dh;
     const hn::Repartition<uint64_t, DU32> d64;
