@@ -104,7 +104,17 @@ HWY_INLINE V32 Pack3(V32 b, V32 g, V32 r) {
     return hn::Or(hn::Or(b, hn::ShiftLeft<8>(g)), hn::ShiftLeft<16>(r));
 }
 
+// Within each 16-byte block bytes in the order B0 R0 .. B3 R3 G0 A0 .. G3 A3 (or the
+// forward's Y0 V0 .. Y3 V3 U0 A0 .. U3 A3), put in pixel order.
+alignas(16) constexpr uint8_t kInterleave[16] = {0, 8,  1, 9,  2, 10, 3, 11,
+                                                 4, 12, 5, 13, 6, 14, 7, 15};
+
 // ---- BGR to YCbCr
+
+// A 32-bit lane of two 16-bit values.
+static int32_t Pair16(int32_t lo, int32_t hi) {
+    return int32_t(uint32_t(uint16_t(lo)) | uint32_t(uint16_t(hi)) << 16);
+}
 
 // The linear form of one output: S = cB * B + cR * R + cG * G + off, and the channels
 // whose coefficient was folded by 65536 (added after the shift).
@@ -194,12 +204,96 @@ void BgrToYuv444Linear(const View& v, const uint8_t* src, uint8_t* dst, int32_t 
     }
 }
 
+// The forward of spaces 0 and 1 without the folded channels: a green step above 32767
+// is halved and taken on the pair (2 G, 2 A), whose alpha step is 0, so that every
+// output is two multiply-adds on its own. The three values are packed to 16 bits with
+// alpha (per 128-bit block: Y0..Y3 U0..U3, and V0..V3 A0..A3), clamped there to the
+// limit tables' bounds lane by lane, and put in pixel order by one byte shuffle.
+struct ForwardScaled {
+    int32_t lo[3], hi[3], off[3]; // per output: steps of (B, R), of (G or 2 G, A), base
+    bool twice[3];                // whether the output takes (2 G, 2 A)
+    bool ok;
+};
+
+ForwardScaled ForwardScaledOf(const View& v) {
+    ForwardScaled f{};
+    f.ok = true;
+    for (int k = 0; k < 3; ++k) {
+        const int32_t* rows = v.rgbYcc + 768 * k;
+        const int32_t cr = rows[1] - rows[0], cg = rows[257] - rows[256],
+                      cb = rows[513] - rows[512];
+        auto in16 = [](int32_t c) { return c >= -32768 && c <= 32767; };
+        f.twice[k] = !in16(cg);
+        const int32_t g = f.twice[k] ? cg / 2 : cg;
+        f.ok = f.ok && in16(cb) && in16(cr) && in16(g) && (!f.twice[k] || cg % 2 == 0);
+        f.lo[k] = Pair16(cb, cr);
+        f.hi[k] = Pair16(g, 0);
+        f.off[k] = rows[0] + rows[256] + rows[512];
+    }
+    f.ok = f.ok && !ReachesEnds(v.rgbYcc) && !ReachesEnds(v.rgbYcc + 768) &&
+           !ReachesEnds(v.rgbYcc + 1536);
+    return f;
+}
+
+template <int PS>
+void BgrToYuv444Scaled(const View& v, const ForwardScaled& f, const uint8_t* src, uint8_t* dst,
+                       int32_t n) {
+    const D32 d;
+    const D16 d16;
+    const D8 d8;
+    const V32 mask8 = hn::Set(d, 0x00FF00FF);
+    alignas(16) int16_t lows[2][8], highs[2][8];
+    for (int j = 0; j < 4; ++j) {
+        lows[0][j] = 16, highs[0][j] = 235;
+        lows[0][4 + j] = lows[1][j] = int16_t(v.chromaLo);
+        highs[0][4 + j] = highs[1][j] = int16_t(v.chromaHi);
+        lows[1][4 + j] = 0, highs[1][4 + j] = 255;
+    }
+    const auto loYU = hn::LoadDup128(d16, lows[0]), hiYU = hn::LoadDup128(d16, highs[0]);
+    const auto loVA = hn::LoadDup128(d16, lows[1]), hiVA = hn::LoadDup128(d16, highs[1]);
+    const auto order = hn::LoadDup128(d8, kInterleave);
+    hn::Vec<D16> pl[3], ph[3];
+    V32 off[3];
+    for (int k = 0; k < 3; ++k) {
+        pl[k] = hn::BitCast(d16, hn::Set(d, f.lo[k]));
+        ph[k] = hn::BitCast(d16, hn::Set(d, f.hi[k]));
+        off[k] = hn::Set(d, f.off[k]);
+    }
+    const bool tw0 = f.twice[0], tw1 = f.twice[1], tw2 = f.twice[2];
+    for (int32_t i = 0; i < n; i += K) {
+        const V32 px = LoadPixels<PS>(src + PS * i);
+        const V32 lo = hn::And(px, mask8);                    // B, R as 16-bit pairs
+        const V32 hi = hn::And(hn::ShiftRight<8>(px), mask8); // G, A
+        const V32 hi2 = hn::Add(hi, hi);                      // 2 G, 2 A
+        V32 unused = hn::Zero(d);
+        auto sum = [&](int k, bool twice) HWY_ATTR {
+            const V32 s =
+                hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, lo), pl[k], off[k], unused);
+            return hn::ShiftRight<16>(hn::ReorderWidenMulAccumulate(
+                d, hn::BitCast(d16, twice ? hi2 : hi), ph[k], s, unused));
+        };
+        const V32 y = sum(0, tw0), u = sum(1, tw1), w = sum(2, tw2);
+        const V32 alpha =
+            PS == 4 ? hn::BitCast(d, hn::ShiftRight<24>(hn::BitCast(DU32(), px))) : hn::Zero(d);
+        const auto yu = hn::Min(hn::Max(hn::ReorderDemote2To(d16, y, u), loYU), hiYU);
+        const auto va = hn::Min(hn::Max(hn::ReorderDemote2To(d16, w, alpha), loVA), hiVA);
+        const auto bytes = hn::BitCast(d8, hn::Or(yu, hn::ShiftLeft<8>(va)));
+        const V32 out = hn::BitCast(d, hn::TableLookupBytes(bytes, order));
+        StorePixels<PS>(dst + PS * i, out,
+                        PS == 4 ? out : hn::BitCast(d, hn::LoadU(D8(), dst + PS * i)));
+    }
+}
+
 template <int PS> void BgrToYuv444(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
     const D32 d;
     const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
     const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
     const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
     if (v.space != 2) {
+        if (HWY_TARGET != HWY_SSSE3) {
+            const ForwardScaled f = ForwardScaledOf(v);
+            if (f.ok) return BgrToYuv444Scaled<PS>(v, f, src, dst, n);
+        }
         if (ReachesEnds(v.rgbYcc) || ReachesEnds(v.rgbYcc + 768) || ReachesEnds(v.rgbYcc + 1536))
             return BgrToYuv444Linear<PS, true>(v, src, dst, n);
         return BgrToYuv444Linear<PS, false>(v, src, dst, n);
@@ -370,10 +464,6 @@ HWY_INLINE hn::Vec<D16> Limit16(hn::Vec<D16> x, bool end) {
     return end ? hn::IfThenZeroElse(hn::Eq(x, hn::Set(d16, int16_t(511))), c) : c;
 }
 
-// Within each 16-byte block the packed bytes are B0 R0 .. B3 R3 G0 A0 .. G3 A3.
-alignas(16) constexpr uint8_t kInterleave[16] = {0, 8,  1, 9,  2, 10, 3, 11,
-                                                 4, 12, 5, 13, 6, 14, 7, 15};
-
 template <int PS>
 void Yuv444ToBgr16(const Inverse16& l, const uint8_t* src, uint8_t* dst, int32_t n) {
     const D32 d;
@@ -445,10 +535,6 @@ static bool Scaled16(int64_t c, int32_t* c16, int32_t* s) {
             return true;
         }
     return false;
-}
-
-static int32_t Pair16(int32_t lo, int32_t hi) {
-    return int32_t(uint32_t(uint16_t(lo)) | uint32_t(uint16_t(hi)) << 16);
 }
 
 InverseScaled InverseScaledOf(const View& v, const Inverse16& l16) {
