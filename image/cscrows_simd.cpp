@@ -235,7 +235,7 @@ ForwardScaled ForwardScaledOf(const View& v) {
     return f;
 }
 
-template <int PS>
+template <int PS, bool Twice0, bool Twice1, bool Twice2>
 void BgrToYuv444Scaled(const View& v, const ForwardScaled& f, const uint8_t* src, uint8_t* dst,
                        int32_t n) {
     const D32 d;
@@ -252,27 +252,29 @@ void BgrToYuv444Scaled(const View& v, const ForwardScaled& f, const uint8_t* src
     const auto loYU = hn::LoadDup128(d16, lows[0]), hiYU = hn::LoadDup128(d16, highs[0]);
     const auto loVA = hn::LoadDup128(d16, lows[1]), hiVA = hn::LoadDup128(d16, highs[1]);
     const auto order = hn::LoadDup128(d8, kInterleave);
-    hn::Vec<D16> pl[3], ph[3];
-    V32 off[3];
-    for (int k = 0; k < 3; ++k) {
-        pl[k] = hn::BitCast(d16, hn::Set(d, f.lo[k]));
-        ph[k] = hn::BitCast(d16, hn::Set(d, f.hi[k]));
-        off[k] = hn::Set(d, f.off[k]);
-    }
-    const bool tw0 = f.twice[0], tw1 = f.twice[1], tw2 = f.twice[2];
+    const auto pl0 = hn::BitCast(d16, hn::Set(d, f.lo[0])),
+               ph0 = hn::BitCast(d16, hn::Set(d, f.hi[0]));
+    const auto pl1 = hn::BitCast(d16, hn::Set(d, f.lo[1])),
+               ph1 = hn::BitCast(d16, hn::Set(d, f.hi[1]));
+    const auto pl2 = hn::BitCast(d16, hn::Set(d, f.lo[2])),
+               ph2 = hn::BitCast(d16, hn::Set(d, f.hi[2]));
+    const V32 off0 = hn::Set(d, f.off[0]), off1 = hn::Set(d, f.off[1]), off2 = hn::Set(d, f.off[2]);
     for (int32_t i = 0; i < n; i += K) {
         const V32 px = LoadPixels<PS>(src + PS * i);
-        const V32 lo = hn::And(px, mask8);                    // B, R as 16-bit pairs
-        const V32 hi = hn::And(hn::ShiftRight<8>(px), mask8); // G, A
-        const V32 hi2 = hn::Add(hi, hi);                      // 2 G, 2 A
+        const auto lo = hn::BitCast(d16, hn::And(px, mask8));   // B, R
+        const V32 hi32 = hn::And(hn::ShiftRight<8>(px), mask8); // G, A
+        const auto hi = hn::BitCast(d16, hi32);
+        const auto hi2 = hn::BitCast(d16, hn::Add(hi32, hi32)); // 2 G, 2 A
         V32 unused = hn::Zero(d);
-        auto sum = [&](int k, bool twice) HWY_ATTR {
-            const V32 s =
-                hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, lo), pl[k], off[k], unused);
-            return hn::ShiftRight<16>(hn::ReorderWidenMulAccumulate(
-                d, hn::BitCast(d16, twice ? hi2 : hi), ph[k], s, unused));
-        };
-        const V32 y = sum(0, tw0), u = sum(1, tw1), w = sum(2, tw2);
+        const V32 sy = hn::ReorderWidenMulAccumulate(d, lo, pl0, off0, unused);
+        const V32 su = hn::ReorderWidenMulAccumulate(d, lo, pl1, off1, unused);
+        const V32 sv = hn::ReorderWidenMulAccumulate(d, lo, pl2, off2, unused);
+        const V32 y = hn::ShiftRight<16>(
+            hn::ReorderWidenMulAccumulate(d, Twice0 ? hi2 : hi, ph0, sy, unused));
+        const V32 u = hn::ShiftRight<16>(
+            hn::ReorderWidenMulAccumulate(d, Twice1 ? hi2 : hi, ph1, su, unused));
+        const V32 w = hn::ShiftRight<16>(
+            hn::ReorderWidenMulAccumulate(d, Twice2 ? hi2 : hi, ph2, sv, unused));
         const V32 alpha =
             PS == 4 ? hn::BitCast(d, hn::ShiftRight<24>(hn::BitCast(DU32(), px))) : hn::Zero(d);
         const auto yu = hn::Min(hn::Max(hn::ReorderDemote2To(d16, y, u), loYU), hiYU);
@@ -284,16 +286,26 @@ void BgrToYuv444Scaled(const View& v, const ForwardScaled& f, const uint8_t* src
     }
 }
 
+// The combinations of doubled green that the tables of spaces 0 and 1 need.
+template <int PS>
+bool BgrToYuv444ScaledFor(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    if (HWY_TARGET == HWY_SSSE3) return false;
+    const ForwardScaled f = ForwardScaledOf(v);
+    if (!f.ok || f.twice[1] || f.twice[2]) return false;
+    if (f.twice[0])
+        BgrToYuv444Scaled<PS, true, false, false>(v, f, src, dst, n);
+    else
+        BgrToYuv444Scaled<PS, false, false, false>(v, f, src, dst, n);
+    return true;
+}
+
 template <int PS> void BgrToYuv444(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
     const D32 d;
     const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
     const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
     const V32 alphaMask = hn::Set(d, int32_t(0xFF000000u));
     if (v.space != 2) {
-        if (HWY_TARGET != HWY_SSSE3) {
-            const ForwardScaled f = ForwardScaledOf(v);
-            if (f.ok) return BgrToYuv444Scaled<PS>(v, f, src, dst, n);
-        }
+        if (BgrToYuv444ScaledFor<PS>(v, src, dst, n)) return;
         if (ReachesEnds(v.rgbYcc) || ReachesEnds(v.rgbYcc + 768) || ReachesEnds(v.rgbYcc + 1536))
             return BgrToYuv444Linear<PS, true>(v, src, dst, n);
         return BgrToYuv444Linear<PS, false>(v, src, dst, n);
