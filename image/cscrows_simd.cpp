@@ -654,9 +654,8 @@ void InverseScaledRow(const InverseScaled& l, const uint8_t* src, uint8_t* dst, 
     const auto pairG = hn::BitCast(d16, hn::Set(d, l.pairG));
     const V32 kB = hn::Set(d, l.kB), kG = hn::Set(d, l.kG), kR = hn::Set(d, l.kR);
     const V32 yLow = hn::Set(d, l.yLow), yHigh = hn::Set(d, l.yHigh);
-    const V32 y255 = hn::Set(d, Pair16(255, 255 * 128)); // the pair (Y, 128 Y) at Y = 255
-    const V32 alphaFlip = hn::Set(d, int32_t(0x80000000u));
-    const auto flip = hn::Set(d8, uint8_t(0x80));
+    const V32 y255 = hn::Set(d, Pair16(255, 255 * 128));       // the pair (Y, 128 Y) at Y = 255
+    const auto flip = hn::BitCast(d8, hn::Set(d, 0x00808080)); // B, G, R only
     for (int32_t i = 0; i < n; i += K) {
         const V32 px = LoadSource<Src, PS>(src, i);
         const auto bytes = hn::BitCast(d8, px);
@@ -676,10 +675,10 @@ void InverseScaledRow(const InverseScaled& l, const uint8_t* src, uint8_t* dst, 
         const V32 b = ZeroAt511<EndB>(sB, hn::ShiftRight<8>(sB));
         const V32 g = ZeroAt511<EndG>(sG, hn::ShiftRight<8>(sG));
         const V32 r = ZeroAt511<EndR>(sR, hn::ShiftRight<8>(sR));
-        // The fourth byte (the source's alpha, or what the destination holds) with its top
-        // bit flipped in the high byte, so that the flip below restores it.
+        // The fourth byte (the source's alpha, or what the destination holds) in the high
+        // byte of its 16-bit lane, exact through the narrowing and not flipped below.
         const V32 old = Src == kSrc444 && PS == 4 ? px : Old<PS>(dst + PS * i);
-        const V32 a = PS == 4 ? hn::ShiftRight<16>(hn::Xor(old, alphaFlip)) : hn::Zero(d);
+        const V32 a = PS == 4 ? hn::ShiftRight<16>(old) : hn::Zero(d);
         const auto bg = hn::BitCast(d8, hn::ReorderDemote2To(d16, b, g));
         const auto ra = hn::BitCast(d8, hn::ReorderDemote2To(d16, r, a));
         // High bytes: B R pairs in the low half of each block, G A in the high half.
