@@ -864,29 +864,82 @@ HWY_INLINE hn::Mask<D32> OddLanes() {
     return hn::Eq(hn::And(hn::Iota(d, 0), hn::Set(d, 1)), hn::Set(d, 1));
 }
 
-// Pixels k .. k + n - 1 of a line, k even and none of them the first or the last pixel
-// of the line: the neighbours k - 1 and k + n are read.
-template <int PS>
-void BgrToYuv422Inner(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int filterLuma) {
+// The sums of Forward for tables that ForwardScaledOf takes, with green doubled for luma
+// only (TwiceY): no folded channel, no byte of its own.
+template <bool TwiceY>
+HWY_INLINE Sums422 ScaledSums(V32 px, hn::Vec<D16> pl0, hn::Vec<D16> ph0, V32 off0,
+                              hn::Vec<D16> pl1, hn::Vec<D16> ph1, V32 off1, hn::Vec<D16> pl2,
+                              hn::Vec<D16> ph2, V32 off2) {
     const D32 d;
+    const D16 d16;
+    const V32 mask8 = hn::Set(d, 0x00FF00FF);
+    const auto lo = hn::BitCast(d16, hn::And(px, mask8));
+    const V32 hi32 = hn::And(hn::ShiftRight<8>(px), mask8);
+    const auto hi = hn::BitCast(d16, hi32);
+    const auto hi2 = hn::BitCast(d16, hn::Add(hi32, hi32));
+    V32 unused = hn::Zero(d);
+    Sums422 s;
+    s.y = hn::ShiftRight<16>(hn::ReorderWidenMulAccumulate(
+        d, TwiceY ? hi2 : hi, ph0, hn::ReorderWidenMulAccumulate(d, lo, pl0, off0, unused),
+        unused));
+    s.su15 = hn::ShiftRight<15>(hn::ReorderWidenMulAccumulate(
+        d, hi, ph1, hn::ReorderWidenMulAccumulate(d, lo, pl1, off1, unused), unused));
+    s.sv15 = hn::ShiftRight<15>(hn::ReorderWidenMulAccumulate(
+        d, hi, ph2, hn::ReorderWidenMulAccumulate(d, lo, pl2, off2, unused), unused));
+    s.cb = hn::ShiftRight<1>(s.su15);
+    s.cr = hn::ShiftRight<1>(s.sv15);
+    return s;
+}
+
+// Pixels k .. k + n - 1 of a line, k even and none of them the first or the last pixel
+// of the line: the neighbours k - 1 and k + n are read. Scaled: the tables are taken by
+// ScaledSums (with TwiceY) and no sum reaches the limit tables' ends.
+template <int PS, bool Scaled, bool TwiceY, bool FilterLuma>
+void BgrToYuv422Inner(const View& v, const ForwardScaled& f, const uint8_t* src, uint8_t* dst,
+                      int32_t n) {
+    const D32 d;
+    const D16 d16;
     const Forward fwd(v);
     const auto odd = OddLanes();
     const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
     const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
+    const auto pl0 = hn::BitCast(d16, hn::Set(d, f.lo[0])),
+               ph0 = hn::BitCast(d16, hn::Set(d, f.hi[0]));
+    const auto pl1 = hn::BitCast(d16, hn::Set(d, f.lo[1])),
+               ph1 = hn::BitCast(d16, hn::Set(d, f.hi[1]));
+    const auto pl2 = hn::BitCast(d16, hn::Set(d, f.lo[2])),
+               ph2 = hn::BitCast(d16, hn::Set(d, f.hi[2]));
+    const V32 off0 = hn::Set(d, f.off[0]), off1 = hn::Set(d, f.off[1]), off2 = hn::Set(d, f.off[2]);
+    auto sums = [&](const uint8_t* p) HWY_ATTR {
+        const V32 px = LoadPixels<PS>(p);
+        return Scaled ? ScaledSums<TwiceY>(px, pl0, ph0, off0, pl1, ph1, off1, pl2, ph2, off2)
+                      : fwd(px);
+    };
     for (int32_t i = 0; i < n; i += K) {
         const uint8_t* s = src + PS * i;
-        const Sums422 c = fwd(LoadPixels<PS>(s));
-        const Sums422 p = fwd(LoadPixels<PS>(s - PS));
-        const Sums422 x = fwd(LoadPixels<PS>(s + PS));
+        const Sums422 c = sums(s);
+        const Sums422 p = sums(s - PS);
+        const Sums422 x = sums(s + PS);
         V32 y = c.y;
-        if (filterLuma) y = hn::ShiftRight<2>(hn::Add(hn::Add(x.y, hn::ShiftLeft<1>(c.y)), p.y));
+        if (FilterLuma) y = hn::ShiftRight<2>(hn::Add(hn::Add(x.y, hn::ShiftLeft<1>(c.y)), p.y));
         const V32 u =
             hn::IfThenElse(odd, c.cb, hn::ShiftRight<2>(hn::Add(hn::Add(c.su15, x.cb), p.cb)));
         const V32 w =
             hn::IfThenElse(odd, c.cr, hn::ShiftRight<2>(hn::Add(hn::Add(c.sv15, x.cr), p.cr)));
         StoreBgr<PS>(dst + PS * i,
-                     Pack3(Limit(y, loY, hiY), Limit(u, loC, hiC), Limit(w, loC, hiC)));
+                     Pack3(LimitTo<!Scaled>(y, loY, hiY), LimitTo<!Scaled>(u, loC, hiC),
+                           LimitTo<!Scaled>(w, loC, hiC)));
     }
+}
+
+template <int PS, bool FilterLuma>
+void BgrToYuv422InnerFor(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    const ForwardScaled f = v.space != 2 ? ForwardScaledOf(v) : ForwardScaled{};
+    if (f.ok && !f.twice[1] && !f.twice[2]) {
+        if (f.twice[0]) return BgrToYuv422Inner<PS, true, true, FilterLuma>(v, f, src, dst, n);
+        return BgrToYuv422Inner<PS, true, false, FilterLuma>(v, f, src, dst, n);
+    }
+    BgrToYuv422Inner<PS, false, false, FilterLuma>(v, f, src, dst, n);
 }
 
 template <int PS>
@@ -902,7 +955,12 @@ void BgrToYuv422(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int
     // bytes a 3-byte load reads past its pixels) to the plain loop, and the rest.
     const int32_t inner = simd::VectorPart(m - 2, K, PS == 3 ? 1 + kSlack3 : 1);
     BgrToYuv422Range_C<PS>(v, src, dst, m, 0, 2, *carry, filterLuma);
-    if (inner > 0) BgrToYuv422Inner<PS>(v, src + 2 * PS, dst + 2 * PS, inner, filterLuma);
+    if (inner > 0) {
+        if (filterLuma)
+            BgrToYuv422InnerFor<PS, true>(v, src + 2 * PS, dst + 2 * PS, inner);
+        else
+            BgrToYuv422InnerFor<PS, false>(v, src + 2 * PS, dst + 2 * PS, inner);
+    }
     BgrToYuv422Range_C<PS>(v, src, dst, m, 2 + inner, m, *carry, filterLuma);
 }
 
