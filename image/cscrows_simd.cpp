@@ -932,10 +932,64 @@ void BgrToYuv422Inner(const View& v, const ForwardScaled& f, const uint8_t* src,
     }
 }
 
+// The unfiltered form of BgrToYuv422Inner with scaled sums, each pixel's sums taken once.
+// An even pixel 2j takes the chroma of its odd neighbours 2j + 1 (the adjacent lane,
+// Shuffle2301) and 2j - 1, the odd lane of the pair before: the sums rotated up by one
+// pair (64-bit lanes), the first pair from the vector before (at the start, the sums
+// of the pixel before, loaded once).
+template <int PS, bool TwiceY>
+void BgrToYuv422Pipelined(const View& v, const ForwardScaled& f, const uint8_t* src, uint8_t* dst,
+                          int32_t n) {
+    const D32 d;
+    const D16 d16;
+    const hn::Repartition<uint64_t, D32> d64;
+    const auto odd = OddLanes();
+    const auto firstPair = hn::FirstN(d, 2);
+    const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
+    const V32 loC = hn::Set(d, v.chromaLo), hiC = hn::Set(d, v.chromaHi);
+    const auto pl0 = hn::BitCast(d16, hn::Set(d, f.lo[0])),
+               ph0 = hn::BitCast(d16, hn::Set(d, f.hi[0]));
+    const auto pl1 = hn::BitCast(d16, hn::Set(d, f.lo[1])),
+               ph1 = hn::BitCast(d16, hn::Set(d, f.hi[1]));
+    const auto pl2 = hn::BitCast(d16, hn::Set(d, f.lo[2])),
+               ph2 = hn::BitCast(d16, hn::Set(d, f.hi[2]));
+    const V32 off0 = hn::Set(d, f.off[0]), off1 = hn::Set(d, f.off[1]), off2 = hn::Set(d, f.off[2]);
+    alignas(64) uint64_t rotate[8];
+    const size_t pairs = hn::Lanes(d64);
+    for (size_t j = 0; j < pairs; ++j)
+        rotate[j] = (j + pairs - 1) % pairs;
+    const auto rot = hn::SetTableIndices(d64, rotate);
+    auto rotated = [&](V32 x) HWY_ATTR {
+        return hn::BitCast(d, hn::TableLookupLanes(hn::BitCast(d64, x), rot));
+    };
+    // Lane 1 of the first pair before: the pixel before the run.
+    const Sums422 before = ScaledSums<TwiceY>(LoadPixels<PS>(src - PS), pl0, ph0, off0, pl1, ph1,
+                                              off1, pl2, ph2, off2);
+    V32 lastCb = hn::Shuffle2301(before.cb), lastCr = hn::Shuffle2301(before.cr);
+    for (int32_t i = 0; i < n; i += K) {
+        const Sums422 c = ScaledSums<TwiceY>(LoadPixels<PS>(src + PS * i), pl0, ph0, off0, pl1, ph1,
+                                             off1, pl2, ph2, off2);
+        const V32 rotCb = rotated(c.cb), rotCr = rotated(c.cr);
+        const V32 pCb = hn::Shuffle2301(hn::IfThenElse(firstPair, lastCb, rotCb));
+        const V32 pCr = hn::Shuffle2301(hn::IfThenElse(firstPair, lastCr, rotCr));
+        lastCb = rotCb, lastCr = rotCr;
+        const V32 u = hn::IfThenElse(
+            odd, c.cb, hn::ShiftRight<2>(hn::Add(hn::Add(c.su15, hn::Shuffle2301(c.cb)), pCb)));
+        const V32 w = hn::IfThenElse(
+            odd, c.cr, hn::ShiftRight<2>(hn::Add(hn::Add(c.sv15, hn::Shuffle2301(c.cr)), pCr)));
+        StoreBgr<PS>(dst + PS * i,
+                     Pack3(hn::Min(hn::Max(c.y, loY), hiY), hn::Min(hn::Max(u, loC), hiC),
+                           hn::Min(hn::Max(w, loC), hiC)));
+    }
+}
+
 template <int PS, bool FilterLuma>
 void BgrToYuv422InnerFor(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
     const ForwardScaled f = v.space != 2 ? ForwardScaledOf(v) : ForwardScaled{};
     if (f.ok && !f.twice[1] && !f.twice[2]) {
+        if (!FilterLuma)
+            return f.twice[0] ? BgrToYuv422Pipelined<PS, true>(v, f, src, dst, n)
+                              : BgrToYuv422Pipelined<PS, false>(v, f, src, dst, n);
         if (f.twice[0]) return BgrToYuv422Inner<PS, true, true, FilterLuma>(v, f, src, dst, n);
         return BgrToYuv422Inner<PS, true, false, FilterLuma>(v, f, src, dst, n);
     }
