@@ -603,23 +603,27 @@ template <int PS> HWY_INLINE V32 Old(const uint8_t* p) {
 // The source layouts of the scaled inverse: meshed 4:4:4 (Y, Cb, Cr, alpha copied),
 // YUVK and UYVK (the destination's fourth byte kept), and UYVY (groups Cb, Y0, Cr, Y1,
 // each doubled into two lanes, the even lane taking Y0 and the odd lane Y1).
-enum { kSrc444, kSrcYuvk, kSrcUyvk, kSrcUyvy };
+// Meshed 4:2:2 (kSrc422) reads like 4:4:4, and its odd pixels take the mean chroma of
+// their even neighbours (see Yuv422ToBgr); it keeps the destination's fourth byte.
+enum { kSrc444, kSrcYuvk, kSrcUyvk, kSrcUyvy, kSrc422 };
 
 // Per pixel and layout: Y, Y as 16-bit pairs; and Cb, Cr as 16-bit pairs.
-alignas(16) constexpr uint8_t kPairYY[4][16] = {
+alignas(16) constexpr uint8_t kPairYY[5][16] = {
     {0, 0x80, 0, 0x80, 4, 0x80, 4, 0x80, 8, 0x80, 8, 0x80, 12, 0x80, 12, 0x80},
     {0, 0x80, 0, 0x80, 4, 0x80, 4, 0x80, 8, 0x80, 8, 0x80, 12, 0x80, 12, 0x80},
     {1, 0x80, 1, 0x80, 5, 0x80, 5, 0x80, 9, 0x80, 9, 0x80, 13, 0x80, 13, 0x80},
-    {1, 0x80, 1, 0x80, 7, 0x80, 7, 0x80, 9, 0x80, 9, 0x80, 15, 0x80, 15, 0x80}};
-alignas(16) constexpr uint8_t kPairUW[4][16] = {
+    {1, 0x80, 1, 0x80, 7, 0x80, 7, 0x80, 9, 0x80, 9, 0x80, 15, 0x80, 15, 0x80},
+    {0, 0x80, 0, 0x80, 4, 0x80, 4, 0x80, 8, 0x80, 8, 0x80, 12, 0x80, 12, 0x80}};
+alignas(16) constexpr uint8_t kPairUW[5][16] = {
     {1, 0x80, 2, 0x80, 5, 0x80, 6, 0x80, 9, 0x80, 10, 0x80, 13, 0x80, 14, 0x80},
     {1, 0x80, 2, 0x80, 5, 0x80, 6, 0x80, 9, 0x80, 10, 0x80, 13, 0x80, 14, 0x80},
     {0, 0x80, 2, 0x80, 4, 0x80, 6, 0x80, 8, 0x80, 10, 0x80, 12, 0x80, 14, 0x80},
-    {0, 0x80, 2, 0x80, 4, 0x80, 6, 0x80, 8, 0x80, 10, 0x80, 12, 0x80, 14, 0x80}};
+    {0, 0x80, 2, 0x80, 4, 0x80, 6, 0x80, 8, 0x80, 10, 0x80, 12, 0x80, 14, 0x80},
+    {1, 0x80, 2, 0x80, 5, 0x80, 6, 0x80, 9, 0x80, 10, 0x80, 13, 0x80, 14, 0x80}};
 
 // K source pixels of a layout as 32-bit lanes.
 template <int Src, int PS> HWY_INLINE V32 LoadSource(const uint8_t* src, int32_t i) {
-    if (Src == kSrc444) return LoadPixels<PS>(src + PS * i);
+    if (Src == kSrc444 || Src == kSrc422) return LoadPixels<PS>(src + PS * i);
     if (Src != kSrcUyvy) return LoadPixels<4>(src + 4 * i);
     const DU32 du;
     const hn::Half<DU32> dh;
@@ -642,6 +646,8 @@ void InverseScaledRow(const InverseScaled& l, const uint8_t* src, uint8_t* dst, 
     const D32 d;
     const D16 d16;
     const D8 d8;
+    const hn::RebindToUnsigned<D16> du16;
+    const auto odd = hn::Eq(hn::And(hn::Iota(d, 0), hn::Set(d, 1)), hn::Set(d, 1));
     const auto pairYY = hn::LoadDup128(d8, kPairYY[Src]);
     const auto pairUW = hn::LoadDup128(d8, kPairUW[Src]);
     const auto order = hn::LoadDup128(d8, kInterleave);
@@ -660,7 +666,16 @@ void InverseScaledRow(const InverseScaled& l, const uint8_t* src, uint8_t* dst, 
         const V32 px = LoadSource<Src, PS>(src, i);
         const auto bytes = hn::BitCast(d8, px);
         const auto yy16 = hn::Mul(hn::BitCast(d16, hn::TableLookupBytesOr0(bytes, pairYY)), yScale);
-        const auto uw = hn::BitCast(d16, hn::TableLookupBytesOr0(bytes, pairUW));
+        auto uw = hn::BitCast(d16, hn::TableLookupBytesOr0(bytes, pairUW));
+        if (Src == kSrc422) {
+            // Odd lanes: the mean of lane i - 1 here and in the vector two pixels on.
+            const auto next = hn::BitCast(d8, LoadPixels<PS>(src + PS * (i + 2)));
+            const auto uwNext = hn::BitCast(d, hn::TableLookupBytesOr0(next, pairUW));
+            const auto sum = hn::Add(hn::BitCast(du16, hn::Shuffle2301(hn::BitCast(d, uw))),
+                                     hn::BitCast(du16, hn::Shuffle2301(uwNext)));
+            uw = hn::BitCast(d16, hn::IfThenElse(odd, hn::BitCast(d, hn::ShiftRight<1>(sum)),
+                                                 hn::BitCast(d, uw)));
+        }
         V32 unused = hn::Zero(d);
         V32 yy = hn::ReorderWidenMulAccumulate(d, yy16, yPair, hn::Zero(d), unused);
         if (Patched) {
@@ -1022,6 +1037,7 @@ void BgrToYuv422(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int
 // and of the vector two pixels on (adjacent lanes swapped within their pairs). The
 // whole vectors leave the last pair to the plain loop.
 template <int PS> void Yuv422ToBgr(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
+    if (InverseScaledFor<kSrc422, PS>(v, src, dst, n)) return;
     const Inverse inv(v);
     const auto odd = OddLanes();
     for (int32_t i = 0; i < n; i += K) {
