@@ -3,8 +3,9 @@
 // installed, and the accuracy of each against the exact BT.601 / BT.709 formulas in
 // doubles (counters of the "CscAccuracy" rows: max and mean absolute error per
 // component). The figures of docs/PERFORMANCE.md come from
-//   build/bench/kelp_bench --benchmark_filter='Csc' --benchmark_repetitions=5
+//   build/bench/kelp_bench --benchmark_filter='Csc' --benchmark_repetitions=3
 //       --benchmark_enable_random_interleaving --benchmark_report_aggregates_only=true
+//       --benchmark_min_time=0.1
 // reading the rows "_median".
 #include <benchmark/benchmark.h>
 

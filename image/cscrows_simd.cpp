@@ -15,7 +15,10 @@
 //   235..254, which the vector form applies by selection). The vector forms take b and c
 //   from the tables themselves. A coefficient above 32767 does not fit the 16-bit pairs
 //   of the multiply-add: it is taken as c - 65536 and the pixel value is added after the
-//   shift, since (s + x * 65536) >> 16 == (s >> 16) + x for arithmetic shifts.
+//   shift, since (s + x * 65536) >> 16 == (s >> 16) + x for arithmetic shifts. The
+//   faster forms avoid that where the tables allow: a step that is an exact multiple
+//   s * c of a 16-bit c is taken on the scaled index s * x (ForwardScaled,
+//   InverseScaled).
 // - Space 2: the entries are looked up (gathered) from the tables.
 // - The limit tables are clamps whose entries at -256 and 511 are 0 and whose margins
 //   hold the bounds: min/max, then zero where the index is -256 or 511.
