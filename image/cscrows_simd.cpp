@@ -29,6 +29,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
@@ -707,13 +708,42 @@ void InverseScaledRow(const InverseScaled& l, const uint8_t* src, uint8_t* dst, 
     }
 }
 
+// The forms of a set of tables, kept from the last call of the thread: the rows are
+// called line by line, and working the forms out (with their divisions) cost a tenth
+// of a line's time. The key is every table entry the forms read.
+struct InverseForms {
+    int32_t key[20];
+    Inverse16 l16;
+    InverseScaled l;
+    bool valid;
+};
+
+const InverseForms& InverseFormsOf(const View& v) {
+    int32_t key[20];
+    int k = 0;
+    for (int i : {0, 16, 17, 234, 235, 254, 255})
+        key[k++] = v.yY[i];
+    for (const int32_t* t : {v.cbB, v.crR, v.cbG, v.crG})
+        for (int i : {0, 1, 255})
+            key[k++] = t[i];
+    key[k++] = v.space;
+    static thread_local InverseForms forms{};
+    if (!forms.valid || std::memcmp(forms.key, key, sizeof key) != 0) {
+        std::memcpy(forms.key, key, sizeof key);
+        forms.l16 = Inverse16Of(v);
+        forms.l = InverseScaledOf(v, forms.l16);
+        forms.valid = true;
+    }
+    return forms;
+}
+
 template <int Src, int PS>
 bool InverseScaledFor(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
     if (HWY_TARGET == HWY_SSSE3 || v.space == 2) return false;
-    const Inverse16 l16 = Inverse16Of(v);
-    if (!l16.ok) return false;
-    const InverseScaled l = InverseScaledOf(v, l16);
-    if (!l.ok) return false;
+    const InverseForms& forms = InverseFormsOf(v);
+    const Inverse16& l16 = forms.l16;
+    const InverseScaled l = forms.l;
+    if (!l16.ok || !l.ok) return false;
     // The combinations of the tables of spaces 0 and 1.
     if (l16.patched && l.endB && !l.endG && !l.endR)
         InverseScaledRow<Src, PS, true, true, false, false>(l, src, dst, n);
