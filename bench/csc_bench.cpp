@@ -3,8 +3,9 @@
 // installed, and the accuracy of each against the exact BT.601 / BT.709 formulas in
 // doubles (counters of the "CscAccuracy" rows: max and mean absolute error per
 // component). The figures of docs/PERFORMANCE.md come from
-//   build/bench/kelp_bench --benchmark_filter='Csc' --benchmark_repetitions=5
+//   build/bench/kelp_bench --benchmark_filter='Csc' --benchmark_repetitions=3
 //       --benchmark_enable_random_interleaving --benchmark_report_aggregates_only=true
+//       --benchmark_min_time=0.1
 // reading the rows "_median".
 #include <benchmark/benchmark.h>
 
@@ -116,6 +117,26 @@ BENCHMARK_CAPTURE(BM_Csc, BgraToYuv422, kToUyvyClass)
 BENCHMARK_CAPTURE(BM_Csc, UyvyToBgra, kFromUyvy)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(BM_Csc, Yuv601To709, k601To709)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
 
+// The inverse on 32 lines, which stay in the cache between iterations: the arithmetic
+// without the memory traffic of a whole frame (items are pixels, as above).
+void BM_CscHotYuv444ToBgra(benchmark::State& state) {
+    uint32_t old;
+    if (!PickTarget(state, &old)) return;
+    constexpr int kLines = 32;
+    CKXCsc2 c;
+    c.Init(CKXCsc::CS_CCIR601);
+    const std::vector<uint8_t> yuv = LegalYuv(2);
+    std::vector<uint8_t> out(size_t(kW) * kLines * 4);
+    for (auto _ : state) {
+        c.YUV444MeshedToBGR(yuv.data(), out.data(), kW, kLines, 4, kW * 4);
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    MaskSimdTargets(old);
+    state.SetItemsProcessed(int64_t(state.iterations()) * kW * kLines);
+}
+BENCHMARK(BM_CscHotYuv444ToBgra)->DenseRange(3, 4)->Unit(benchmark::kMicrosecond);
+
 #if defined(KELP_BENCH_LIBYUV)
 // libyuv's ARGB is B, G, R, A in memory: our BGRA.
 struct Planes {
@@ -166,6 +187,22 @@ void BM_CscLibyuvI444ToArgb(benchmark::State& state) {
     Finish(state);
 }
 BENCHMARK(BM_CscLibyuvI444ToArgb)->Unit(benchmark::kMicrosecond);
+
+void BM_CscHotLibyuvI444ToArgb(benchmark::State& state) {
+    constexpr int kLines = 32;
+    const std::vector<uint8_t> yuv = LegalYuv(2);
+    Planes p;
+    for (size_t i = 0; i < kPixels; ++i)
+        p.y[i] = yuv[4 * i], p.u[i] = yuv[4 * i + 1], p.v[i] = yuv[4 * i + 2];
+    std::vector<uint8_t> out(size_t(kW) * kLines * 4);
+    for (auto _ : state) {
+        libyuv::I444ToARGB(p.y.data(), kW, p.u.data(), kW, p.v.data(), kW, out.data(), kW * 4, kW,
+                           kLines);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * kW * kLines);
+}
+BENCHMARK(BM_CscHotLibyuvI444ToArgb)->Unit(benchmark::kMicrosecond);
 
 void BM_CscLibyuvArgbToUyvy(benchmark::State& state) {
     const std::vector<uint8_t> bgra = Noise(kPixels * 4, 1);

@@ -83,6 +83,53 @@ TEST(CscSimd, InverseOverAllTriplesInEverySpace) {
     }
 }
 
+// The 4-byte source layouts over all Y, Cb, Cr triples: UYVK and YUVK a pixel each,
+// UYVY a group each (its second luma another value, so that both lanes are checked).
+TEST(CscSimd, FourByteLayoutsOverAllTriplesInComputedSpaces) {
+    enum { kUyvk, kYuvk, kUyvy };
+    const int width = 4096, height = 4096 / kLineStep;
+    const size_t pixels = size_t(width) * height;
+    for (int layout : {kUyvk, kYuvk, kUyvy}) {
+        // UYVY takes two pixels from a group, so its lines hold half the triples each.
+        const int w = layout == kUyvy ? 2 * width : width;
+        std::vector<uint8_t> src(pixels * 4);
+        for (uint32_t i = 0; i < pixels; ++i) {
+            const uint32_t t = (i / 4096 * kLineStep) * 4096 + i % 4096;
+            const uint8_t y = uint8_t(t), u = uint8_t(t >> 8), v = uint8_t(t >> 16);
+            uint8_t* p = &src[size_t(i) * 4];
+            if (layout == kYuvk)
+                p[0] = y, p[1] = u, p[2] = v, p[3] = uint8_t(t * 3);
+            else
+                p[0] = u, p[1] = y, p[2] = v, p[3] = layout == kUyvy ? uint8_t(y * 7 + 1) : 9;
+        }
+        // Spaces 0 and 1 compute the tables' entries (space 2 reads them, and the odd
+        // widths below cover it); 3-byte output once, the packing being shared.
+        for (uint32_t ps : {4u, 3u})
+            for (int space = 0; space < 2; ++space) {
+                if (ps == 3 && layout != kUyvk) continue;
+                const size_t bytes = size_t(w) * (layout == kUyvy ? height / 2 : height) * ps;
+                const int h = layout == kUyvy ? height / 2 : height;
+                std::vector<uint8_t> want;
+                kelptest::ForEachSimdTarget([&](int target) {
+                    Csc c(space);
+                    std::vector<uint8_t> out(bytes, 0xA5); // the fourth byte is kept
+                    const int rc =
+                        layout == kUyvk
+                            ? c.UYVKToBGR(src.data(), out.data(), w, h, ps, w * ps, w * 4)
+                        : layout == kYuvk
+                            ? c.YUVKToBGR(src.data(), out.data(), w, h, ps, w * ps, w * 4, 0)
+                            : c.UYVYToBGR(src.data(), out.data(), w, h, ps, w * ps);
+                    ASSERT_EQ(rc, 1);
+                    if (target == kelp::kSimdPlain)
+                        want = std::move(out);
+                    else
+                        ASSERT_TRUE(out == want)
+                            << "layout " << layout << " space " << space << " ps " << ps;
+                });
+            }
+    }
+}
+
 namespace {
 
 // One conversion on a random image: the run of `convert` under each target, against
