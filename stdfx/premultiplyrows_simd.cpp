@@ -2,9 +2,12 @@
 // target.
 //
 // Premultiply works on the bytes of a pixel in two 16-bit lanes each: the even bytes
-// (B, R) and the odd bytes (G, A) of every 32-bit pixel, with the pixel's alpha in both
-// lanes. c a + 128 stays below 65,154 and (t + (t >> 8)) >> 8 below 256, so the 16-bit
-// lanes compute the plain loop's formula exactly; the alpha byte is put back as it was.
+// (B, R) and the odd bytes (G, A) of every 32-bit pixel, with the pixel's alpha beside
+// each colour. t = c a + 128 stays below 65,154, so the 16-bit lanes hold it exactly, and
+// (t + (t >> 8)) >> 8 is the high half of t 257: t 257 / 65536 is (t + t / 256) / 256, and
+// adding the fraction of t / 256 to the integer t + floor(t / 256) does not change its
+// floor after the division by 256. The alpha byte is multiplied by 255, which gives it
+// back: 255 a + 128 gives (65535 a + 32896) >> 16 = a, as 0 < 32896 - a < 65536.
 // Unpremultiply works in 32-bit lanes, one pixel each: the reciprocal is gathered from
 // the same table by the pixel's alpha, and c R[a] stays below 2^32 (255 times 0xFF0000),
 // so the unsigned product and shift are the plain loop's.
@@ -40,23 +43,34 @@ inline V16 Times(V16 c, V16 a) {
     return hn::ShiftRight<8>(hn::Add(t, hn::ShiftRight<8>(t)));
 }
 
-// Whole vectors only.
+// (t + (t >> 8)) >> 8 as the high half of t 257 (see the top of the file).
+inline V16 TimesAlpha(V16 c, V16 a) {
+    const V16 t = hn::Add(hn::Mul(c, a), hn::Set(D16(), uint16_t(128)));
+    return hn::MulHigh(t, hn::Set(D16(), uint16_t(257)));
+}
+
+// Each pixel's alpha in both 16-bit lanes of the pixel (bytes 3, zero, 3, zero).
+alignas(16) constexpr uint8_t kAlphaWords[16] = {3,  0x80, 3,  0x80, 7,  0x80, 7,  0x80,
+                                                 11, 0x80, 11, 0x80, 15, 0x80, 15, 0x80};
+
+// Whole vectors only. The even bytes (B, R) are multiplied by alpha; the odd bytes (G, A)
+// by alpha and by 255, which gives alpha back unchanged.
 void Premultiply(uint8_t* px, int32_t pixels) {
     const D8 d8;
     const D16 d16;
-    const D32 d32;
-    const V32 low = hn::Set(d32, 0x00FF00FFu), alphaBits = hn::Set(d32, 0xFF000000u);
+    const auto alphaWords = hn::LoadDup128(d8, kAlphaWords);
+    const V16 low = hn::Set(d16, 0x00FF), high = hn::Set(d16, 0xFF00);
+    const V16 half = hn::Set(d16, 128);
+    const V16 keep = hn::BitCast(d16, hn::Set(D32(), 0x00FF0000u));
     for (int32_t i = 0; i < pixels; i += kBlock) {
-        const V32 p = hn::BitCast(d32, hn::LoadU(d8, px + 4 * i));
-        const V32 a = hn::ShiftRight<24>(p);
-        const V16 a2 = hn::BitCast(d16, hn::Or(a, hn::ShiftLeft<16>(a)));
-        const V16 even = hn::BitCast(d16, hn::And(p, low));
-        const V16 odd = hn::BitCast(d16, hn::And(hn::ShiftRight<8>(p), low));
-        const V32 e = hn::BitCast(d32, Times(even, a2));
-        const V32 o = hn::BitCast(d32, Times(odd, a2));
-        const V32 out =
-            hn::Or(hn::AndNot(alphaBits, hn::Or(e, hn::ShiftLeft<8>(o))), hn::And(p, alphaBits));
-        hn::StoreU(hn::BitCast(d8, out), d8, px + 4 * i);
+        const auto p = hn::LoadU(d8, px + 4 * i);
+        const V16 p16 = hn::BitCast(d16, p);
+        const V16 alpha = hn::BitCast(d16, hn::TableLookupBytesOr0(p, alphaWords));
+        const V16 even = TimesAlpha(hn::And(p16, low), alpha);
+        // The odd bytes: t + (t >> 8) with the result in its high byte, already in place.
+        const V16 t = hn::Add(hn::Mul(hn::ShiftRight<8>(p16), hn::Or(alpha, keep)), half);
+        const V16 odd = hn::And(hn::Add(t, hn::ShiftRight<8>(t)), high);
+        hn::StoreU(hn::BitCast(d8, hn::Or(even, odd)), d8, px + 4 * i);
     }
 }
 
