@@ -8,9 +8,12 @@
 // adding the fraction of t / 256 to the integer t + floor(t / 256) does not change its
 // floor after the division by 256. The alpha byte is multiplied by 255, which gives it
 // back: 255 a + 128 gives (65535 a + 32896) >> 16 = a, as 0 < 32896 - a < 65536.
-// Unpremultiply works in 32-bit lanes, one pixel each: the reciprocal is gathered from
-// the same table by the pixel's alpha, and c R[a] stays below 2^32 (255 times 0xFF0000),
-// so the unsigned product and shift are the plain loop's.
+// Unpremultiply works in the same 16-bit lanes. The pixels' reciprocals are read one by
+// one into 32-bit lanes; every entry of the table is below 2^24 (the largest is
+// 0xFF0000), so with R = 65536 H + L (H below 256, L below 65536),
+// (c R) >> 16 = c H + ((c L) >> 16) exactly: c H is at most 65,025 and the high product
+// (c L) >> 16 at most 254, so their sum fits 16 bits, and the minimum with 255 is the
+// plain loop's clip. The alpha byte is multiplied by H = 1 and L = 0, which keeps it.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "stdfx/premultiplyrows_simd.cpp"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -74,24 +77,61 @@ void Premultiply(uint8_t* px, int32_t pixels) {
     }
 }
 
-// Whole vectors only.
+// The reciprocals of four pixels' alphas (bytes 3, 7, 11 and 15 from `px`), one a 32-bit
+// lane, read one by one: a gather of the table was slower than the whole kernel.
+inline hn::Vec<hn::Full128<uint32_t>> Reciprocals4(const int32_t* recip, const uint8_t* px) {
+    const hn::Full128<uint32_t> d;
+    auto v = hn::InsertLane(hn::Zero(d), 0, uint32_t(recip[px[3]]));
+    v = hn::InsertLane(v, 1, uint32_t(recip[px[7]]));
+    v = hn::InsertLane(v, 2, uint32_t(recip[px[11]]));
+    return hn::InsertLane(v, 3, uint32_t(recip[px[15]]));
+}
+
+// The reciprocals of a vector of pixels, in the pixels' order.
+inline V32 Reciprocals(const int32_t* recip, const uint8_t* px) {
+#if HWY_TARGET == HWY_AVX2
+    return hn::Combine(D32(), Reciprocals4(recip, px + 16), Reciprocals4(recip, px));
+#elif HWY_TARGET == HWY_AVX3
+    const hn::Full256<uint32_t> dh;
+    return hn::Combine(D32(),
+                       hn::Combine(dh, Reciprocals4(recip, px + 48), Reciprocals4(recip, px + 32)),
+                       hn::Combine(dh, Reciprocals4(recip, px + 16), Reciprocals4(recip, px)));
+#else
+    return Reciprocals4(recip, px);
+#endif
+}
+
+// The low and the high half of each pixel's reciprocal in both of its 16-bit lanes.
+alignas(16) constexpr uint8_t kRecipLow[16] = {0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13};
+alignas(16) constexpr uint8_t kRecipHigh[16] = {2,  3,  2,  3,  6,  7,  6,  7,
+                                                10, 11, 10, 11, 14, 15, 14, 15};
+
+// c R >> 16 held to 255, in 16-bit lanes (see the top of the file).
+inline V16 TimesReciprocal(V16 c, V16 high, V16 low) {
+    return hn::Min(hn::Add(hn::Mul(c, high), hn::MulHigh(c, low)), hn::Set(D16(), uint16_t(255)));
+}
+
+// Whole vectors only. The even bytes (B, R) by the pixel's reciprocal; the odd bytes
+// (G, A) by the reciprocal and by 1 (high half 1, low half 0), which keeps A.
 void Unpremultiply(uint8_t* px, int32_t pixels, const int32_t* recip) {
     const D8 d8;
+    const D16 d16;
     const D32 d32;
-    const DI32 di32;
-    const V32 byte = hn::Set(d32, 0xFFu), alphaBits = hn::Set(d32, 0xFF000000u);
+    const auto recipLow = hn::LoadDup128(d8, kRecipLow);
+    const auto recipHigh = hn::LoadDup128(d8, kRecipHigh);
+    const V16 low = hn::Set(d16, 0x00FF);
+    const V32 lowHalf = hn::Set(d32, 0xFFFFu), one = hn::Set(d32, 0x10000u);
     for (int32_t i = 0; i < pixels; i += kBlock) {
-        const V32 p = hn::BitCast(d32, hn::LoadU(d8, px + 4 * i));
-        const V32 a = hn::ShiftRight<24>(p);
-        const V32 r = hn::BitCast(d32, hn::GatherIndex(di32, recip, hn::BitCast(di32, a)));
-        const V32 c0 = hn::Min(hn::ShiftRight<16>(hn::Mul(hn::And(p, byte), r)), byte);
-        const V32 c1 =
-            hn::Min(hn::ShiftRight<16>(hn::Mul(hn::And(hn::ShiftRight<8>(p), byte), r)), byte);
-        const V32 c2 =
-            hn::Min(hn::ShiftRight<16>(hn::Mul(hn::And(hn::ShiftRight<16>(p), byte), r)), byte);
-        const V32 out = hn::Or(hn::Or(c0, hn::ShiftLeft<8>(c1)),
-                               hn::Or(hn::ShiftLeft<16>(c2), hn::And(p, alphaBits)));
-        hn::StoreU(hn::BitCast(d8, out), d8, px + 4 * i);
+        const V16 p = hn::BitCast(d16, hn::LoadU(d8, px + 4 * i));
+        const V32 r = Reciprocals(recip, px + 4 * i);
+        const auto r8 = hn::BitCast(d8, r);
+        const V16 even =
+            TimesReciprocal(hn::And(p, low), hn::BitCast(d16, hn::TableLookupBytes(r8, recipHigh)),
+                            hn::BitCast(d16, hn::TableLookupBytes(r8, recipLow)));
+        const V16 odd = TimesReciprocal(hn::ShiftRight<8>(p),
+                                        hn::BitCast(d16, hn::Or(hn::ShiftRight<16>(r), one)),
+                                        hn::BitCast(d16, hn::And(r, lowHalf)));
+        hn::StoreU(hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd))), d8, px + 4 * i);
     }
 }
 
