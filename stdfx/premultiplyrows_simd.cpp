@@ -41,6 +41,13 @@ using V32 = hn::Vec<D32>;
 
 constexpr int32_t kBlock = int32_t(hn::MaxLanes(D32())); // pixels of one vector
 
+// A constant the compiler cannot see, so that it keeps a multiplication by it rather than
+// turning it into a shift (which runs on the units that are busier here).
+inline uint16_t Opaque(uint16_t v) {
+    asm("" : "+r"(v));
+    return v;
+}
+
 inline V16 Times(V16 c, V16 a) {
     const V16 t = hn::Add(hn::Mul(c, a), hn::Set(D16(), uint16_t(128)));
     return hn::ShiftRight<8>(hn::Add(t, hn::ShiftRight<8>(t)));
@@ -77,34 +84,33 @@ void Premultiply(uint8_t* px, int32_t pixels) {
     }
 }
 
-// The reciprocals of four pixels' alphas (bytes 3, 7, 11 and 15 from `px`), one a 32-bit
-// lane, read one by one: a gather of the table was slower than the whole kernel.
-inline hn::Vec<hn::Full128<uint32_t>> Reciprocals4(const int32_t* recip, const uint8_t* px) {
+// The reciprocals of four alphas (bytes 0, kStep, 2 kStep and 3 kStep from `a`), one a
+// 32-bit lane, read one by one: a gather of the table was slower than the whole kernel.
+template <int kStep>
+inline hn::Vec<hn::Full128<uint32_t>> Reciprocals4(const int32_t* recip, const uint8_t* a) {
     const hn::Full128<uint32_t> d;
-    auto v = hn::InsertLane(hn::Zero(d), 0, uint32_t(recip[px[3]]));
-    v = hn::InsertLane(v, 1, uint32_t(recip[px[7]]));
-    v = hn::InsertLane(v, 2, uint32_t(recip[px[11]]));
-    return hn::InsertLane(v, 3, uint32_t(recip[px[15]]));
+    auto v = hn::InsertLane(hn::Zero(d), 0, uint32_t(recip[a[0]]));
+    v = hn::InsertLane(v, 1, uint32_t(recip[a[kStep]]));
+    v = hn::InsertLane(v, 2, uint32_t(recip[a[2 * kStep]]));
+    return hn::InsertLane(v, 3, uint32_t(recip[a[3 * kStep]]));
 }
 
-// The reciprocals of a vector of pixels, in the pixels' order.
-inline V32 Reciprocals(const int32_t* recip, const uint8_t* px) {
+// The reciprocals of a vector's worth of alphas kStep bytes apart, in their order.
+template <int kStep> inline V32 Reciprocals(const int32_t* recip, const uint8_t* a) {
 #if HWY_TARGET == HWY_AVX2
-    return hn::Combine(D32(), Reciprocals4(recip, px + 16), Reciprocals4(recip, px));
+    return hn::Combine(D32(), Reciprocals4<kStep>(recip, a + 4 * kStep),
+                       Reciprocals4<kStep>(recip, a));
 #elif HWY_TARGET == HWY_AVX3
     const hn::Full256<uint32_t> dh;
-    return hn::Combine(D32(),
-                       hn::Combine(dh, Reciprocals4(recip, px + 48), Reciprocals4(recip, px + 32)),
-                       hn::Combine(dh, Reciprocals4(recip, px + 16), Reciprocals4(recip, px)));
+    return hn::Combine(
+        D32(),
+        hn::Combine(dh, Reciprocals4<kStep>(recip, a + 12 * kStep),
+                    Reciprocals4<kStep>(recip, a + 8 * kStep)),
+        hn::Combine(dh, Reciprocals4<kStep>(recip, a + 4 * kStep), Reciprocals4<kStep>(recip, a)));
 #else
-    return Reciprocals4(recip, px);
+    return Reciprocals4<kStep>(recip, a);
 #endif
 }
-
-// The low and the high half of each pixel's reciprocal in both of its 16-bit lanes.
-alignas(16) constexpr uint8_t kRecipLow[16] = {0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13};
-alignas(16) constexpr uint8_t kRecipHigh[16] = {2,  3,  2,  3,  6,  7,  6,  7,
-                                                10, 11, 10, 11, 14, 15, 14, 15};
 
 // c R >> 16 held to 255, in 16-bit lanes (see the top of the file).
 inline V16 TimesReciprocal(V16 c, V16 high, V16 low) {
@@ -112,26 +118,26 @@ inline V16 TimesReciprocal(V16 c, V16 high, V16 low) {
 }
 
 // Whole vectors only. The even bytes (B, R) by the pixel's reciprocal; the odd bytes
-// (G, A) by the reciprocal and by 1 (high half 1, low half 0), which keeps A.
+// (G, A) by the reciprocal and by 1 (high half 1, low half 0), which keeps A. The shift
+// and byte shuffle units carry the reading of the table, so the halves of the reciprocal
+// are copied into both lanes by multiplying by 65537, and the odd bytes are moved by the
+// high product with 256 and the product with 256: multiplications, on other units.
 void Unpremultiply(uint8_t* px, int32_t pixels, const int32_t* recip) {
     const D8 d8;
     const D16 d16;
     const D32 d32;
-    const auto recipLow = hn::LoadDup128(d8, kRecipLow);
-    const auto recipHigh = hn::LoadDup128(d8, kRecipHigh);
-    const V16 low = hn::Set(d16, 0x00FF);
+    const V16 low = hn::Set(d16, 0x00FF), k256 = hn::Set(d16, Opaque(256));
     const V32 lowHalf = hn::Set(d32, 0xFFFFu), one = hn::Set(d32, 0x10000u);
+    const V32 both = hn::Set(d32, 0x10001u);
     for (int32_t i = 0; i < pixels; i += kBlock) {
         const V16 p = hn::BitCast(d16, hn::LoadU(d8, px + 4 * i));
-        const V32 r = Reciprocals(recip, px + 4 * i);
-        const auto r8 = hn::BitCast(d8, r);
-        const V16 even =
-            TimesReciprocal(hn::And(p, low), hn::BitCast(d16, hn::TableLookupBytes(r8, recipHigh)),
-                            hn::BitCast(d16, hn::TableLookupBytes(r8, recipLow)));
-        const V16 odd = TimesReciprocal(hn::ShiftRight<8>(p),
-                                        hn::BitCast(d16, hn::Or(hn::ShiftRight<16>(r), one)),
-                                        hn::BitCast(d16, hn::And(r, lowHalf)));
-        hn::StoreU(hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd))), d8, px + 4 * i);
+        const V32 r = Reciprocals<4>(recip, px + 4 * i + 3);
+        const V32 high = hn::ShiftRight<16>(r), lowPart = hn::And(r, lowHalf);
+        const V16 even = TimesReciprocal(hn::And(p, low), hn::BitCast(d16, hn::Mul(high, both)),
+                                         hn::BitCast(d16, hn::Mul(lowPart, both)));
+        const V16 odd = TimesReciprocal(hn::MulHigh(p, k256), hn::BitCast(d16, hn::Or(high, one)),
+                                        hn::BitCast(d16, lowPart));
+        hn::StoreU(hn::BitCast(d8, hn::Or(even, hn::Mul(odd, k256))), d8, px + 4 * i);
     }
 }
 
@@ -162,6 +168,51 @@ template <bool kUyvy> void Premultiply422(uint8_t* row, const uint8_t* alpha, in
     }
 }
 
+// 4:2:2 divided by alpha: one 32-bit lane a pair, with the reciprocals of its first and
+// its second pixel's alpha read into two vectors. The luma bytes take their own pixel's,
+// the chroma bytes the first pixel's, each split into its high and low half as above.
+// Whole vectors of pairs only.
+template <bool kUyvy>
+void Unpremultiply422(uint8_t* row, const uint8_t* alpha, int32_t pixels, const int32_t* recip) {
+    const D8 d8;
+    const D16 d16;
+    const D32 d32;
+    const V16 low = hn::Set(d16, 0x00FF);
+    const V32 lowHalf = hn::Set(d32, 0xFFFFu), highHalf = hn::Set(d32, 0xFFFF0000u);
+    const V32 both = hn::Set(d32, 0x10001u);
+    for (int32_t i = 0; i < pixels; i += 2 * kBlock) {
+        const V16 p = hn::BitCast(d16, hn::LoadU(d8, row + 2 * i));
+        const V32 first = Reciprocals<2>(recip, alpha + i);
+        const V32 second = Reciprocals<2>(recip, alpha + i + 1);
+        const V32 firstLow = hn::And(first, lowHalf), firstHigh = hn::ShiftRight<16>(first);
+        const V16 ownLow = hn::BitCast(d16, hn::Or(firstLow, hn::ShiftLeft<16>(second)));
+        const V16 ownHigh = hn::BitCast(d16, hn::Or(firstHigh, hn::And(second, highHalf)));
+        const V16 sameLow = hn::BitCast(d16, hn::Mul(firstLow, both));
+        const V16 sameHigh = hn::BitCast(d16, hn::Mul(firstHigh, both));
+        // Y U Y V: even bytes Y0, Y1; odd bytes U, V. U Y V Y: the other way.
+        const V16 even =
+            TimesReciprocal(hn::And(p, low), kUyvy ? sameHigh : ownHigh, kUyvy ? sameLow : ownLow);
+        const V16 odd = TimesReciprocal(hn::ShiftRight<8>(p), kUyvy ? ownHigh : sameHigh,
+                                        kUyvy ? ownLow : sameLow);
+        hn::StoreU(hn::BitCast(d8, hn::Or(even, hn::ShiftLeft<8>(odd))), d8, row + 2 * i);
+    }
+}
+
+void AnyUnpremultiply422(uint8_t* row, const uint8_t* alpha, int32_t pixels, bool uyvy,
+                         const int32_t* recip) {
+    kelp::simd::SplitRun(
+        pixels, 2 * kBlock, 0,
+        [&](int32_t n) {
+            if (uyvy)
+                Unpremultiply422<true>(row, alpha, n, recip);
+            else
+                Unpremultiply422<false>(row, alpha, n, recip);
+        },
+        [&](int32_t n, int32_t rest) {
+            Unpremultiply422_C(row + 2 * n, alpha + n, rest, uyvy, recip);
+        });
+}
+
 void AnyPremultiply422(uint8_t* row, const uint8_t* alpha, int32_t pixels, bool uyvy) {
     kelp::simd::SplitRun(
         pixels, 2 * kBlock, 0,
@@ -186,9 +237,15 @@ void AnyUnpremultiply(uint8_t* px, int32_t pixels, const int32_t* recip) {
         [&](int32_t n, int32_t rest) { Unpremultiply_C(px + 4 * n, rest, recip); });
 }
 
-// Unpremultiply of 4:2:2 stays the plain loop on every target.
-constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME, AnyPremultiply, AnyUnpremultiply,
+#if HWY_TARGET == HWY_SSSE3
+// SSSE3 has no instruction to put a 32-bit word into a lane: reading the reciprocals
+// lane by lane goes through memory there, slower than the plain loops, which it keeps.
+constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME, AnyPremultiply, Unpremultiply_C,
                               AnyPremultiply422, Unpremultiply422_C};
+#else
+constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME, AnyPremultiply, AnyUnpremultiply,
+                              AnyPremultiply422, AnyUnpremultiply422};
+#endif
 
 #endif // KELP_SIMD_VECTOR_PASS
 } // namespace HWY_NAMESPACE
