@@ -146,12 +146,22 @@ bool CDIB::Deinterlace(const CDIB& source, int method, int parity, int field) {
     const Kernels& k = deinterlacerows::Current();
     const LinePass pass = MakePass(*this, field);
     const bool known = method >= 1 && method <= 5;
+    // Over all lines, the cubic writes the kept line below it in the same pass, while
+    // that line's bytes are at hand; `written` is that line, not to be copied again.
+    const bool keepBelow = method == 4 && pass.step == 1;
+    int written = -1;
     for (int y = pass.first; y < pass.height; y += pass.step)
         for (int p = 0; p < planes; ++p) {
-            if (!known || (y & 1) == kept)
-                CopyLine(to[p], y, from[p], y);
-            else
+            if (!known || (y & 1) == kept) {
+                if (y != written) CopyLine(to[p], y, from[p], y);
+            } else if (keepBelow && y >= 3 && y <= pass.height - 4) {
+                const BytePlane& src = from[p];
+                k.cubicKeep(src.Line(y - 3), src.Line(y - 1), src.Line(y + 1), src.Line(y + 3),
+                            to[p].Line(y), to[p].Line(y + 1), to[p].bytes);
+                written = y + 1;
+            } else {
                 Interpolate(k, to[p], from[p], y, pass.height, method, topDown);
+            }
         }
     SetFrameFlag(1);
     return true;

@@ -86,9 +86,11 @@ inline uint16_t Opaque(uint16_t w) {
 }
 
 // The cubic on whole byte vectors, the even and the odd bytes of each 16-bit lane apart,
-// so that the result needs no reordering (see the top of the file).
-void Cubic(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e, uint8_t* dst,
-           int32_t n) {
+// so that the result needs no reordering (see the top of the file). With kKeep, line b
+// is stored to `keep` as well.
+template <bool kKeep>
+void CubicRun(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e, uint8_t* dst,
+              uint8_t* keep, int32_t n) {
     const D8 d8;
     const D16 d16;
     const DI16 di16;
@@ -99,7 +101,9 @@ void Cubic(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* 
     const V16 top = hn::Set(d16, 255);
     for (int32_t i = 0; i < n; i += kBytes) {
         const V16 va = hn::BitCast(d16, hn::LoadU(d8, a + i));
-        const V16 vb = hn::BitCast(d16, hn::LoadU(d8, b + i));
+        const V8 bytesB = hn::LoadU(d8, b + i);
+        if (kKeep) hn::StoreU(bytesB, d8, keep + i);
+        const V16 vb = hn::BitCast(d16, bytesB);
         const V16 vd = hn::BitCast(d16, hn::LoadU(d8, d + i));
         const V16 ve = hn::BitCast(d16, hn::LoadU(d8, e + i));
         // Even bytes: max(0, 19 (a + b) - 3 (d + e)), then (x + 16) >> 5, at most 255.
@@ -119,6 +123,20 @@ void Cubic(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* 
             hn::Min(hn::BitCast(d16, hn::MulFixedPoint15(hn::BitCast(di16, sumOdd), k32th)), top));
         hn::StoreU(hn::BitCast(d8, hn::Or(even, odd)), d8, dst + i);
     }
+}
+
+void Cubic(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e, uint8_t* dst,
+           int32_t n) {
+    CubicRun<false>(d, a, b, e, dst, nullptr, n);
+}
+
+void AnyCubicKeep(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e,
+                  uint8_t* dst, uint8_t* keep, int32_t n) {
+    kelp::simd::SplitRun(
+        n, kBytes, 0, [&](int32_t m) { CubicRun<true>(d, a, b, e, dst, keep, m); },
+        [&](int32_t m, int32_t rest) {
+            CubicKeep_C(d + m, a + m, b + m, e + m, dst + m, keep + m, rest);
+        });
 }
 
 void FiveTap(const uint8_t* d, const uint8_t* a, const uint8_t* c, const uint8_t* b,
@@ -261,10 +279,15 @@ void Any5(const uint8_t* a, const uint8_t* b, const uint8_t* c, const uint8_t* d
 }
 
 constexpr Kernels kKernels = {
-    KELP_SIMD_THIS_TARGET_NAME,       Any2<kBytes, Average, Average_C>,
-    Any3<kBytes, Blend, Blend_C>,     Any4<kBytes, Cubic, Cubic_C>,
-    Any5<kHalf, FiveTap, FiveTap_C>,  Any3<kBytes, Median3, Median3_C>,
-    Any4<kBytes, Median9, Median9_C>, Edge,
+    KELP_SIMD_THIS_TARGET_NAME,
+    Any2<kBytes, Average, Average_C>,
+    Any3<kBytes, Blend, Blend_C>,
+    Any4<kBytes, Cubic, Cubic_C>,
+    Any5<kHalf, FiveTap, FiveTap_C>,
+    Any3<kBytes, Median3, Median3_C>,
+    Any4<kBytes, Median9, Median9_C>,
+    Edge,
+    AnyCubicKeep,
 };
 
 #endif // KELP_SIMD_VECTOR_PASS

@@ -71,6 +71,13 @@ TEST(DeinterlaceRows, EveryKernelEqualsPlainAtEveryLengthAndStart) {
                      [&](uint8_t* d) { k.blend(r[0], r[1], r[2], d, n); }},
                     {"cubic", [&](uint8_t* d) { dr::Cubic_C(r[0], r[1], r[2], r[3], d, n); },
                      [&](uint8_t* d) { k.cubic(r[0], r[1], r[2], r[3], d, n); }},
+                    {"cubic, line b kept",
+                     [&](uint8_t* d) { dr::Cubic_C(r[0], r[1], r[2], r[3], d, n); },
+                     [&](uint8_t* d) {
+                         kelptest::GuardedBuffer keep(size_t(n) + start);
+                         k.cubicKeep(r[0], r[1], r[2], r[3], d, keep.data() + start, n);
+                         ASSERT_EQ(std::memcmp(keep.data() + start, r[2], size_t(n)), 0);
+                     }},
                     {"five taps",
                      [&](uint8_t* d) { dr::FiveTap_C(r[0], r[1], r[2], r[3], r[4], d, n); },
                      [&](uint8_t* d) { k.fiveTap(r[0], r[1], r[2], r[3], r[4], d, n); }},
