@@ -242,6 +242,11 @@ void AnyUnpremultiply(uint8_t* px, int32_t pixels, const int32_t* recip) {
 // lane by lane goes through memory there, slower than the plain loops, which it keeps.
 constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME, AnyPremultiply, Unpremultiply_C,
                               AnyPremultiply422, Unpremultiply422_C};
+#elif HWY_TARGET == HWY_AVX3 && (HWY_TARGETS & HWY_AVX2)
+// The 4:2:2 division reads two vectors of reciprocals a block; built from eight 128-bit
+// pieces each, the 512-bit form was slower than the 256-bit one, which it takes.
+constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME, AnyPremultiply, AnyUnpremultiply,
+                              AnyPremultiply422, N_AVX2::AnyUnpremultiply422};
 #else
 constexpr Kernels kKernels = {KELP_SIMD_THIS_TARGET_NAME, AnyPremultiply, AnyUnpremultiply,
                               AnyPremultiply422, AnyUnpremultiply422};
