@@ -81,6 +81,14 @@ int Below(int y, int h) {
     return y + 1 < h ? y + 1 : Above(y, h);
 }
 
+// Asks for a line that the next interpolated line will read first: a short row (a
+// 4:2:2 row or its alpha plane row) ends before the processor's own prefetching of it
+// has caught up.
+void Prefetch(const unsigned char* line, int bytes) {
+    for (int i = 0; i < bytes; i += 64)
+        __builtin_prefetch(line + i);
+}
+
 void CopyLine(const BytePlane& to, int y, const BytePlane& from, int line) {
     CopyRow(to.Line(y), from.Line(line), size_t(to.bytes < from.bytes ? to.bytes : from.bytes));
 }
@@ -156,6 +164,7 @@ bool CDIB::Deinterlace(const CDIB& source, int method, int parity, int field) {
                 if (y != written) CopyLine(to[p], y, from[p], y);
             } else if (keepBelow && y >= 3 && y <= pass.height - 4) {
                 const BytePlane& src = from[p];
+                if (y + 5 < pass.height) Prefetch(src.Line(y + 5), src.bytes);
                 k.cubicKeep(src.Line(y - 3), src.Line(y - 1), src.Line(y + 1), src.Line(y + 3),
                             to[p].Line(y), to[p].Line(y + 1), to[p].bytes);
                 written = y + 1;
