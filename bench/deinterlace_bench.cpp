@@ -14,6 +14,8 @@
 #include <kelp/kelp.h>
 
 #include "runtime/cpuflags.h"
+#include "stdfx/deinterlacerows.h"
+#include "stdfx/premultiplyrows.h"
 
 #if defined(KELP_BENCH_LIBYUV)
 #include <libyuv/planar_functions.h>
@@ -172,6 +174,68 @@ BENCHMARK(BM_Deinterlace)->Apply([](auto* b) { Targets(b, {{0, 1}, {1, 2, 3, 4, 
 BENCHMARK(BM_DeinterlaceTemporal)->Apply([](auto* b) { Targets(b, {{0, 1}, {16, 17, 1}}); });
 BENCHMARK(BM_AlphaMultiply)->Apply([](auto* b) { Targets(b, {{0, 1}, {0, 1}}); });
 
+// The row kernels alone on one line of a 1920-pixel RGB frame that stays in the cache:
+// what each costs without the memory traffic of a frame. Arguments: kernel (0 average,
+// 1 blend, 2 cubic), target.
+void BM_DeinterlaceRow(benchmark::State& state) {
+    const int kernel = int(state.range(0));
+    Target t(state, int(state.range(1)), 0);
+    if (!t.ok()) return;
+    const stdfx::deinterlacerows::Kernels& k = stdfx::deinterlacerows::Current();
+    constexpr int32_t n = 4 * kW;
+    std::vector<uint8_t> rows(5 * size_t(n));
+    std::mt19937 rng(7);
+    for (auto& v : rows)
+        v = uint8_t(rng());
+    const uint8_t* r = rows.data();
+    uint8_t* dst = rows.data() + 4 * n;
+    for (auto _ : state) {
+        if (kernel == 0)
+            k.average(r, r + n, dst, n);
+        else if (kernel == 1)
+            k.blend(r, r + n, r + 2 * n, dst, n);
+        else
+            k.cubic(r, r + n, r + 2 * n, r + 3 * n, dst, n);
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * n);
+}
+BENCHMARK(BM_DeinterlaceRow)->Apply([](auto* b) {
+                                Targets(b, {{0, 1, 2}});
+                            }) -> Unit(benchmark::kNanosecond);
+
+// The alpha kernels on one line of 1920 pixels in the cache. Arguments: kernel
+// (0 Premultiply, 1 Unpremultiply, 2 and 3 the same on a 4:2:2 line with its alpha
+// line), target.
+void BM_AlphaRow(benchmark::State& state) {
+    const int kernel = int(state.range(0));
+    Target t(state, int(state.range(1)), kernel >= 2);
+    if (!t.ok()) return;
+    const stdfx::premultiplyrows::Kernels& k = stdfx::premultiplyrows::Current();
+    const int32_t* recip = stdfx::GetTables()->GetDiv24();
+    std::vector<uint8_t> px(4 * size_t(kW)), alpha(kW);
+    std::mt19937 rng(8);
+    for (auto& v : px)
+        v = uint8_t(rng());
+    for (auto& v : alpha)
+        v = uint8_t(rng());
+    for (auto _ : state) {
+        if (kernel == 0)
+            k.premultiply(px.data(), kW);
+        else if (kernel == 1)
+            k.unpremultiply(px.data(), kW, recip);
+        else if (kernel == 2)
+            k.premultiply422(px.data(), alpha.data(), kW, false);
+        else
+            k.unpremultiply422(px.data(), alpha.data(), kW, false, recip);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * kW);
+}
+BENCHMARK(BM_AlphaRow)->Apply([](auto* b) {
+                          Targets(b, {{0, 1, 2, 3}});
+                      }) -> Unit(benchmark::kNanosecond);
+
 #if defined(KELP_BENCH_LIBYUV)
 // libyuv on the RGB frame with the paths it finds on this processor; Argument: 0
 // ARGBAttenuate, 1 ARGBUnattenuate. In place, as the library's own.
@@ -199,6 +263,25 @@ BENCHMARK(BM_LibyuvAlphaMultiply)
     ->Arg(1)
     ->Unit(benchmark::kMillisecond)
     ->ComputeStatistics("min", Least);
+// libyuv's kernels on the same line in the cache. Argument: 0 ARGBAttenuate, 1
+// ARGBUnattenuate.
+void BM_LibyuvAlphaRow(benchmark::State& state) {
+    std::vector<uint8_t> px(4 * size_t(kW));
+    std::mt19937 rng(8);
+    for (auto& v : px)
+        v = uint8_t(rng());
+    uint8_t* p = px.data();
+    state.SetLabel("RGB32 libyuv");
+    for (auto _ : state) {
+        if (state.range(0))
+            libyuv::ARGBUnattenuate(p, 4 * kW, p, 4 * kW, kW, 1);
+        else
+            libyuv::ARGBAttenuate(p, 4 * kW, p, 4 * kW, kW, 1);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * kW);
+}
+BENCHMARK(BM_LibyuvAlphaRow)->Arg(0)->Arg(1)->ComputeStatistics("min", Least);
 #endif
 
 } // namespace

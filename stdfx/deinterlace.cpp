@@ -81,6 +81,14 @@ int Below(int y, int h) {
     return y + 1 < h ? y + 1 : Above(y, h);
 }
 
+// Asks for a line that the next interpolated line will read first: a short row (a
+// 4:2:2 row or its alpha plane row) ends before the processor's own prefetching of it
+// has caught up.
+void Prefetch(const unsigned char* line, int bytes) {
+    for (int i = 0; i < bytes; i += 64)
+        __builtin_prefetch(line + i);
+}
+
 void CopyLine(const BytePlane& to, int y, const BytePlane& from, int line) {
     CopyRow(to.Line(y), from.Line(line), size_t(to.bytes < from.bytes ? to.bytes : from.bytes));
 }
@@ -146,12 +154,23 @@ bool CDIB::Deinterlace(const CDIB& source, int method, int parity, int field) {
     const Kernels& k = deinterlacerows::Current();
     const LinePass pass = MakePass(*this, field);
     const bool known = method >= 1 && method <= 5;
+    // Over all lines, the cubic writes the kept line below it in the same pass, while
+    // that line's bytes are at hand; `written` is that line, not to be copied again.
+    const bool keepBelow = method == 4 && pass.step == 1;
+    int written = -1;
     for (int y = pass.first; y < pass.height; y += pass.step)
         for (int p = 0; p < planes; ++p) {
-            if (!known || (y & 1) == kept)
-                CopyLine(to[p], y, from[p], y);
-            else
+            if (!known || (y & 1) == kept) {
+                if (y != written) CopyLine(to[p], y, from[p], y);
+            } else if (keepBelow && y >= 3 && y <= pass.height - 4) {
+                const BytePlane& src = from[p];
+                if (y + 5 < pass.height) Prefetch(src.Line(y + 5), src.bytes);
+                k.cubicKeep(src.Line(y - 3), src.Line(y - 1), src.Line(y + 1), src.Line(y + 3),
+                            to[p].Line(y), to[p].Line(y + 1), to[p].bytes);
+                written = y + 1;
+            } else {
                 Interpolate(k, to[p], from[p], y, pass.height, method, topDown);
+            }
         }
     SetFrameFlag(1);
     return true;

@@ -2,6 +2,7 @@
 #include "deinterlacerows.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "runtime/cpuflags.h"
 
@@ -107,8 +108,14 @@ void Edge_C(const uint8_t* above, const uint8_t* below, uint8_t* dst, int32_t pi
     EdgeBytes_C(above, below, dst, pixels, step, 0, pixels * step);
 }
 
-static constexpr Kernels kPlain = {"plain",   Average_C, Blend_C,   Cubic_C,
-                                   FiveTap_C, Median3_C, Median9_C, Edge_C};
+void CubicKeep_C(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e,
+                 uint8_t* dst, uint8_t* keep, int32_t n) {
+    Cubic_C(d, a, b, e, dst, n);
+    if (n > 0) std::memcpy(keep, b, size_t(n));
+}
+
+static constexpr Kernels kPlain = {"plain",   Average_C, Blend_C, Cubic_C,    FiveTap_C,
+                                   Median3_C, Median9_C, Edge_C,  CubicKeep_C};
 
 const Kernels& PlainKernels() {
     return kPlain;

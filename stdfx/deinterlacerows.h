@@ -35,6 +35,10 @@ typedef void (*Median9Fn)(const uint8_t* a, const uint8_t* b, const uint8_t* c, 
 // pixels of `step` bytes. dst must not be a source.
 typedef void (*EdgeFn)(const uint8_t* above, const uint8_t* below, uint8_t* dst, int32_t pixels,
                        int32_t step);
+// The cubic, and line b copied to `keep` in the same pass: the kept line below an
+// interpolated one, written while its bytes are at hand. `keep` is none of the sources.
+typedef void (*CubicKeepFn)(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e,
+                            uint8_t* dst, uint8_t* keep, int32_t n);
 
 struct Kernels {
     const char* name; // the target's name, SimdTargetName
@@ -45,6 +49,7 @@ struct Kernels {
     Median3Fn median3;
     Median9Fn median9;
     EdgeFn edge;
+    CubicKeepFn cubicKeep;
 };
 
 void Average_C(const uint8_t* a, const uint8_t* b, uint8_t* dst, int32_t n);
@@ -57,6 +62,8 @@ void Median3_C(const uint8_t* a, const uint8_t* b, const uint8_t* c, uint8_t* ds
 void Median9_C(const uint8_t* a, const uint8_t* b, const uint8_t* c, const uint8_t* d, uint8_t* dst,
                int32_t n);
 void Edge_C(const uint8_t* above, const uint8_t* below, uint8_t* dst, int32_t pixels, int32_t step);
+void CubicKeep_C(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e,
+                 uint8_t* dst, uint8_t* keep, int32_t n);
 
 // The edge-directed value of the bytes [from, to) of a line (byte offsets); the plain
 // definition the vector form leaves its ends to.

@@ -1,14 +1,28 @@
 // Vector forms of the deinterlacers' row kernels, written once and compiled for every
 // vector target.
 //
-// Every form computes the plain loop's arithmetic lane by lane: the averages with the
-// rounding average of bytes, which is (a + b + 1) >> 1 exactly; the weighted sums in
-// 16-bit lanes, where no sum overflows (the widest, 19 (a + b) + 16, stays below 9,707
-// and the lowest, -5 (d + e), above -2,551) and an arithmetic shift floors as the plain
-// loop's shift of an int does; the clip to 0..255 by the saturating narrowing to bytes.
-// The medians are minima and maxima, and a median is one value however it is found.
-// The edge-directed search runs in 16-bit lanes too (its costs stay below 2,551) over
-// the pixels whose search reaches its full range; the plain loop does the ends.
+// Every form gives the plain loop's bytes:
+// - The averages use the rounding average of bytes, which is (a + b + 1) >> 1 exactly.
+// - The blend stays in bytes. With h = floor((a + b) / 2), r = (a + b) & 1 and
+//   K = h + c + 1, (a + 2 c + b + 2) >> 2 = floor((K + r / 2) / 2), which is K >> 1 for
+//   either r: adding a half does not carry past the next integer when K is odd. So the
+//   blend is the rounded average of h and c, and h is the rounded average of a and b less
+//   ((a ^ b) & 1).
+// - The cubic splits the bytes of each 16-bit lane. The even bytes are summed as they are:
+//   19 (a + b) + 16 stays below 9,707, and the saturating difference with 3 (d + e) is
+//   the plain sum where that is positive and 0 (the clip) where it is not; the shift and
+//   the minimum with 255 do the rest. The odd bytes are kept in the high byte, 256 times
+//   their value: the rounded average of two such is 128 (x + y) exactly (the low bit of
+//   the sum is 0), at most 65,280, and its high product with 19 * 512 or 3 * 512 is
+//   19 (x + y) or 3 (x + y) exactly, as 128 * 512 is 65,536. Their difference is held
+//   to 255 * 32 + 31, which is 255 after the shift by 5, so shifting it left by 3 and
+//   keeping the high byte puts the clipped result in place without a reordering.
+// - The five taps use 16-bit lanes, where no sum overflows (the lowest, -5 (d + e),
+//   stays above -2,551) and an arithmetic shift floors as the plain loop's shift of an
+//   int does; the clip to 0..255 is the saturating narrowing to bytes.
+// - The medians are minima and maxima, and a median is one value however it is found.
+// - The edge-directed search runs in 16-bit lanes too (its costs stay below 2,551) over
+//   the pixels whose search reaches its full range; the plain loop does the ends.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "stdfx/deinterlacerows_simd.cpp"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -30,6 +44,8 @@ using V8 = hn::Vec<D8>;
 using DI16 = hn::ScalableTag<int16_t>;
 using VI16 = hn::Vec<DI16>;
 using D8H = hn::Rebind<uint8_t, DI16>; // the bytes of one vector of 16-bit lanes
+using D16 = hn::ScalableTag<uint16_t>;
+using V16 = hn::Vec<D16>;
 
 constexpr int32_t kBytes = int32_t(hn::MaxLanes(D8()));  // bytes of a byte vector
 constexpr int32_t kHalf = int32_t(hn::MaxLanes(DI16())); // bytes of a 16-bit vector
@@ -48,24 +64,79 @@ void Average(const uint8_t* a, const uint8_t* b, uint8_t* dst, int32_t n) {
         hn::StoreU(hn::AverageRound(hn::LoadU(d, a + i), hn::LoadU(d, b + i)), d, dst + i);
 }
 
+// The blend in bytes: floor((a + b) / 2) is the rounded average less the bit that the
+// rounding added (set where a + b is odd), and the rounded average of that with c is
+// (a + 2 c + b + 2) >> 2 (see the top of the file).
 void Blend(const uint8_t* a, const uint8_t* c, const uint8_t* b, uint8_t* dst, int32_t n) {
-    const VI16 two = hn::Set(DI16(), 2);
-    for (int32_t i = 0; i < n; i += kHalf) {
-        const VI16 s = hn::Add(hn::Add(Load16(a + i), hn::ShiftLeft<1>(Load16(c + i))),
-                               hn::Add(Load16(b + i), two));
-        Store16(hn::ShiftRight<2>(s), dst + i);
+    const D8 d;
+    const V8 one = hn::Set(d, uint8_t(1));
+    for (int32_t i = 0; i < n; i += kBytes) {
+        const V8 va = hn::LoadU(d, a + i), vb = hn::LoadU(d, b + i);
+        const V8 half = hn::Sub(hn::AverageRound(va, vb), hn::And(hn::Xor(va, vb), one));
+        hn::StoreU(hn::AverageRound(half, hn::LoadU(d, c + i)), d, dst + i);
+    }
+}
+
+// A weight the compiler cannot see: it multiplies by it instead of building the product
+// from shifts and adds, which costs three or four operations on the shift units where
+// the multiplication costs one.
+inline uint16_t Opaque(uint16_t w) {
+    asm("" : "+r"(w));
+    return w;
+}
+
+// The cubic on whole byte vectors, the even and the odd bytes of each 16-bit lane apart,
+// so that the result needs no reordering (see the top of the file). With kKeep, line b
+// is stored to `keep` as well.
+template <bool kKeep>
+void CubicRun(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e, uint8_t* dst,
+              uint8_t* keep, int32_t n) {
+    const D8 d8;
+    const D16 d16;
+    const DI16 di16;
+    const V16 low = hn::Set(d16, 0x00FF), high = hn::Set(d16, 0xFF00);
+    const V16 k19 = hn::Set(d16, Opaque(19)), k3 = hn::Set(d16, Opaque(3));
+    const V16 k19High = hn::Set(d16, 19 * 512), k3High = hn::Set(d16, 3 * 512);
+    const VI16 k32th = hn::Set(di16, 1024); // (x 1024 + 2^14) >> 15 is (x + 16) >> 5
+    const V16 top = hn::Set(d16, 255);
+    for (int32_t i = 0; i < n; i += kBytes) {
+        const V16 va = hn::BitCast(d16, hn::LoadU(d8, a + i));
+        const V8 bytesB = hn::LoadU(d8, b + i);
+        if (kKeep) hn::StoreU(bytesB, d8, keep + i);
+        const V16 vb = hn::BitCast(d16, bytesB);
+        const V16 vd = hn::BitCast(d16, hn::LoadU(d8, d + i));
+        const V16 ve = hn::BitCast(d16, hn::LoadU(d8, e + i));
+        // Even bytes: max(0, 19 (a + b) - 3 (d + e)), then (x + 16) >> 5, at most 255.
+        const V16 nearEven = hn::Add(hn::And(va, low), hn::And(vb, low));
+        const V16 farEven = hn::Add(hn::And(vd, low), hn::And(ve, low));
+        const V16 sumEven = hn::SaturatedSub(hn::Mul(nearEven, k19), hn::Mul(farEven, k3));
+        const V16 even =
+            hn::Min(hn::BitCast(d16, hn::MulFixedPoint15(hn::BitCast(di16, sumEven), k32th)), top);
+        // Odd bytes, 256 times their value: the rounded average of two is 128 (x + y)
+        // exactly, and its high product with 19 * 512 is 19 (x + y).
+        const V16 nearOdd =
+            hn::MulHigh(hn::AverageRound(hn::And(va, high), hn::And(vb, high)), k19High);
+        const V16 farOdd =
+            hn::MulHigh(hn::AverageRound(hn::And(vd, high), hn::And(ve, high)), k3High);
+        const V16 sumOdd = hn::SaturatedSub(nearOdd, farOdd);
+        const V16 odd = hn::ShiftLeft<8>(
+            hn::Min(hn::BitCast(d16, hn::MulFixedPoint15(hn::BitCast(di16, sumOdd), k32th)), top));
+        hn::StoreU(hn::BitCast(d8, hn::Or(even, odd)), d8, dst + i);
     }
 }
 
 void Cubic(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e, uint8_t* dst,
            int32_t n) {
-    const DI16 di;
-    const VI16 k19 = hn::Set(di, 19), k3 = hn::Set(di, 3), k16 = hn::Set(di, 16);
-    for (int32_t i = 0; i < n; i += kHalf) {
-        const VI16 near = hn::Mul(hn::Add(Load16(a + i), Load16(b + i)), k19);
-        const VI16 far = hn::Mul(hn::Add(Load16(d + i), Load16(e + i)), k3);
-        Store16(hn::ShiftRight<5>(hn::Add(hn::Sub(near, far), k16)), dst + i);
-    }
+    CubicRun<false>(d, a, b, e, dst, nullptr, n);
+}
+
+void AnyCubicKeep(const uint8_t* d, const uint8_t* a, const uint8_t* b, const uint8_t* e,
+                  uint8_t* dst, uint8_t* keep, int32_t n) {
+    kelp::simd::SplitRun(
+        n, kBytes, 0, [&](int32_t m) { CubicRun<true>(d, a, b, e, dst, keep, m); },
+        [&](int32_t m, int32_t rest) {
+            CubicKeep_C(d + m, a + m, b + m, e + m, dst + m, keep + m, rest);
+        });
 }
 
 void FiveTap(const uint8_t* d, const uint8_t* a, const uint8_t* c, const uint8_t* b,
@@ -208,10 +279,15 @@ void Any5(const uint8_t* a, const uint8_t* b, const uint8_t* c, const uint8_t* d
 }
 
 constexpr Kernels kKernels = {
-    KELP_SIMD_THIS_TARGET_NAME,       Any2<kBytes, Average, Average_C>,
-    Any3<kHalf, Blend, Blend_C>,      Any4<kHalf, Cubic, Cubic_C>,
-    Any5<kHalf, FiveTap, FiveTap_C>,  Any3<kBytes, Median3, Median3_C>,
-    Any4<kBytes, Median9, Median9_C>, Edge,
+    KELP_SIMD_THIS_TARGET_NAME,
+    Any2<kBytes, Average, Average_C>,
+    Any3<kBytes, Blend, Blend_C>,
+    Any4<kBytes, Cubic, Cubic_C>,
+    Any5<kHalf, FiveTap, FiveTap_C>,
+    Any3<kBytes, Median3, Median3_C>,
+    Any4<kBytes, Median9, Median9_C>,
+    Edge,
+    AnyCubicKeep,
 };
 
 #endif // KELP_SIMD_VECTOR_PASS

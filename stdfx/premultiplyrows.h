@@ -13,7 +13,8 @@ namespace premultiplyrows {
 
 // Pixels of 4 bytes, the fourth alpha (BGRA, or Y U V A). Premultiply: each of the three
 // colour bytes c becomes (t + (t >> 8)) >> 8 with t = c a + 128. Unpremultiply: each
-// becomes (c R[a]) >> 16, at most 255, with R the 256 reciprocals 0xFF0000 / a.
+// becomes (c R[a]) >> 16, at most 255, with R the 256 reciprocals 0xFF0000 / a. The
+// vector forms rely on every entry of R lying below 2^24, as the reciprocals' do.
 typedef void (*PremultiplyFn)(uint8_t* px, int32_t pixels);
 typedef void (*UnpremultiplyFn)(uint8_t* px, int32_t pixels, const int32_t* recip);
 // One-plane 4:2:2 rows with their alpha plane row: the two luma bytes by their own

@@ -71,6 +71,13 @@ TEST(DeinterlaceRows, EveryKernelEqualsPlainAtEveryLengthAndStart) {
                      [&](uint8_t* d) { k.blend(r[0], r[1], r[2], d, n); }},
                     {"cubic", [&](uint8_t* d) { dr::Cubic_C(r[0], r[1], r[2], r[3], d, n); },
                      [&](uint8_t* d) { k.cubic(r[0], r[1], r[2], r[3], d, n); }},
+                    {"cubic, line b kept",
+                     [&](uint8_t* d) { dr::Cubic_C(r[0], r[1], r[2], r[3], d, n); },
+                     [&](uint8_t* d) {
+                         kelptest::GuardedBuffer keep(size_t(n) + start);
+                         k.cubicKeep(r[0], r[1], r[2], r[3], d, keep.data() + start, n);
+                         ASSERT_EQ(std::memcmp(keep.data() + start, r[2], size_t(n)), 0);
+                     }},
                     {"five taps",
                      [&](uint8_t* d) { dr::FiveTap_C(r[0], r[1], r[2], r[3], r[4], d, n); },
                      [&](uint8_t* d) { k.fiveTap(r[0], r[1], r[2], r[3], r[4], d, n); }},
@@ -234,4 +241,74 @@ TEST(PremultiplyRows, FourTwoTwoEqualsPlainAtEveryLength) {
                 ASSERT_EQ(row.Copy(), want) << len << " uyvy " << uyvy;
             }
     });
+}
+
+// The blend in bytes over every triple of bytes (a, b, c) on every target.
+TEST(DeinterlaceRows, BlendEqualsPlainForEveryTriple) {
+    const int32_t n = 65536;
+    std::vector<uint8_t> a(n), b(n), c(n), want(n), got(n);
+    for (int32_t i = 0; i < n; ++i) {
+        a[size_t(i)] = uint8_t(i);
+        b[size_t(i)] = uint8_t(i >> 8);
+    }
+    kelptest::ForEachSimdTarget([&](int) {
+        for (int v = 0; v < 256; ++v) {
+            std::fill(c.begin(), c.end(), uint8_t(v));
+            dr::Blend_C(a.data(), c.data(), b.data(), want.data(), n);
+            dr::Current().blend(a.data(), c.data(), b.data(), got.data(), n);
+            ASSERT_EQ(got, want) << "c " << v << " " << dr::Current().name;
+        }
+    });
+}
+
+// The cubic depends on its four bytes through the sums a + b and d + e: every pair of
+// sums, at an even and at an odd byte of each 16-bit lane, on every target.
+TEST(DeinterlaceRows, CubicEqualsPlainForEveryPairOfSums) {
+    const int32_t sums = 511 * 511, n = 2 * sums;
+    std::vector<uint8_t> d(n), a(n), b(n), e(n), want(n), got(n);
+    for (int32_t k = 0; k < sums; ++k) {
+        const int near = k % 511, far = k / 511;
+        for (int32_t j = 2 * k; j < 2 * k + 2; ++j) {
+            a[size_t(j)] = uint8_t(std::min(near, 255));
+            b[size_t(j)] = uint8_t(near - std::min(near, 255));
+            d[size_t(j)] = uint8_t(std::min(far, 255));
+            e[size_t(j)] = uint8_t(far - std::min(far, 255));
+        }
+    }
+    dr::Cubic_C(d.data(), a.data(), b.data(), e.data(), want.data(), n);
+    kelptest::ForEachSimdTarget([&](int) {
+        dr::Current().cubic(d.data(), a.data(), b.data(), e.data(), got.data(), n);
+        ASSERT_EQ(got, want) << dr::Current().name;
+    });
+}
+
+// 4:2:2 rows over every pair of colour byte and alpha, for the luma of both pixels of a
+// pair and for the chroma, in both byte orders, on every target.
+TEST(PremultiplyRows, FourTwoTwoEqualsPlainForEveryColourAndAlpha) {
+    const int32_t* recip = stdfx::GetTables()->GetDiv24();
+    ASSERT_NE(recip, nullptr);
+    const int32_t pairs = 65536, pixels = 2 * pairs;
+    std::vector<uint8_t> row(size_t(pairs) * 4), alpha(static_cast<size_t>(pixels));
+    for (int32_t k = 0; k < pairs; ++k) {
+        const int c = k & 255, a = k >> 8;
+        row[size_t(k) * 4 + 0] = uint8_t(c);
+        row[size_t(k) * 4 + 1] = uint8_t(255 - c);
+        row[size_t(k) * 4 + 2] = uint8_t(c ^ 0x5A);
+        row[size_t(k) * 4 + 3] = uint8_t(c * 7);
+        alpha[size_t(k) * 2] = uint8_t(a);
+        alpha[size_t(k) * 2 + 1] = uint8_t(a * 3 + 1); // every alpha once for each c
+    }
+    for (bool uyvy : {false, true}) {
+        std::vector<uint8_t> pre = row, un = row;
+        pr::Premultiply422_C(pre.data(), alpha.data(), pixels, uyvy);
+        pr::Unpremultiply422_C(un.data(), alpha.data(), pixels, uyvy, recip);
+        kelptest::ForEachSimdTarget([&](int) {
+            std::vector<uint8_t> got = row;
+            pr::Current().premultiply422(got.data(), alpha.data(), pixels, uyvy);
+            ASSERT_EQ(got, pre) << pr::Current().name << " uyvy " << uyvy;
+            got = row;
+            pr::Current().unpremultiply422(got.data(), alpha.data(), pixels, uyvy, recip);
+            ASSERT_EQ(got, un) << pr::Current().name << " uyvy " << uyvy;
+        });
+    }
 }
