@@ -117,6 +117,24 @@ BENCHMARK_CAPTURE(BM_Csc, BgraToYuv422, kToUyvyClass)
 BENCHMARK_CAPTURE(BM_Csc, UyvyToBgra, kFromUyvy)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(BM_Csc, Yuv601To709, k601To709)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
 
+// BGRA to meshed 4:4:4 in BT.709, beside the BT.601 row above.
+void BM_CscBgraToYuv444In709(benchmark::State& state) {
+    uint32_t old;
+    if (!PickTarget(state, &old)) return;
+    CKXCsc2 c;
+    c.Init(CKXCsc::CS_ITU709);
+    const std::vector<uint8_t> bgra = Noise(kPixels * 4, 1);
+    std::vector<uint8_t> out(kPixels * 4);
+    for (auto _ : state) {
+        c.BGRToYUV444Meshed(bgra.data(), out.data(), kW, kH, 4, kW * 4);
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    MaskSimdTargets(old);
+    Finish(state);
+}
+BENCHMARK(BM_CscBgraToYuv444In709)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
+
 // The inverse on 32 lines, which stay in the cache between iterations: the arithmetic
 // without the memory traffic of a whole frame (items are pixels, as above).
 void BM_CscHotYuv444ToBgra(benchmark::State& state) {

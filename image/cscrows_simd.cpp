@@ -303,6 +303,9 @@ bool BgrToYuv444ScaledFor(const View& v, const uint8_t* src, uint8_t* dst, int32
     return true;
 }
 
+// Space 2 without lookups where its rows allow (image/cscrows709_simd.cpp); false if not.
+bool BgrToYuv444Exact709(const View& v, const uint8_t* src, uint8_t* dst, int32_t n, int ps);
+
 template <int PS> void BgrToYuv444(const View& v, const uint8_t* src, uint8_t* dst, int32_t n) {
     const D32 d;
     const V32 loY = hn::Set(d, 16), hiY = hn::Set(d, 235);
@@ -314,6 +317,7 @@ template <int PS> void BgrToYuv444(const View& v, const uint8_t* src, uint8_t* d
             return BgrToYuv444Linear<PS, true>(v, src, dst, n);
         return BgrToYuv444Linear<PS, false>(v, src, dst, n);
     }
+    if (BgrToYuv444Exact709(v, src, dst, n, PS)) return;
     const int32_t* t = v.rgbYcc;
     for (int32_t i = 0; i < n; i += K) {
         const V32 px = LoadPixels<PS>(src + PS * i);
