@@ -96,64 +96,75 @@ bool ScaleFx2D(const KXBMINFOHEADER* in, const void* inData, const KXBMINFOHEADE
     return result == 0;
 }
 
+bool CenterFx2DPlan(const KXBMINFOHEADER* in, const KXBMINFOHEADER* out, uint32_t flags,
+                    CenterPlan* plan) {
+    const double inW = in->biWidth, inH = AbsHeight(in);
+    const double outW = out->biWidth, outH = AbsHeight(out);
+    if (inW <= 0 || inH <= 0) return false;
+    const double sw = outW / inW, sh = outH / inH;
+    const double R = (double(DIBRatioX(in)) / double(DIBRatioY(in))) /
+                     (double(DIBRatioX(out)) / double(DIBRatioY(out)));
+    const bool good = flags & KXCONV_FIT_GOOD, fast = flags & KXCONV_FIT_FAST;
+    const bool toWidth = flags & KXCONV_FIT_WIDTH, toHeight = flags & KXCONV_FIT_HEIGHT;
+    const bool aspect = flags & KXCONV_KEEP_ASPECT;
+    double xs, ys;
+    bool even = true;
+    if ((!good && !fast) || (fast && !good && (toWidth || toHeight))) {
+        if (toWidth) {
+            xs = sw;
+            ys = aspect ? sw / R : 1.0;
+        } else if (!toHeight) {
+            xs = R;
+            ys = 1.0;
+            even = false;
+        } else {
+            xs = aspect ? R * sh : R;
+            ys = sh;
+        }
+    } else if (aspect) {
+        const double q = sw / R;
+        const bool byHeight = (flags & KXCONV_FIT_COVER) ? q <= sh : q >= sh;
+        if (byHeight) {
+            xs = R * sh;
+            ys = sh;
+        } else {
+            xs = sw;
+            ys = q;
+        }
+    } else {
+        xs = sw;
+        ys = sh;
+    }
+    if (even) {
+        xs = Even(inW, xs);
+        ys = Even(inH, ys);
+    }
+    plan->scaleX = xs;
+    plan->scaleY = ys;
+    // Half a line keeps a picture of the other line parity on the line grid.
+    const int64_t lines = int64_t(inH * ys + 0.5) - int64_t(outH);
+    plan->offsetY = lines % 2 != 0 && outH > 0 ? -0.5 / outH : 0.0;
+    plan->mode = (flags & (KXCONV_RATIO_FAST | KXCONV_FIT_GOOD)) ? 0
+                 : (flags & KXCONV_FILTER_B)                     ? 2
+                                                                 : 1;
+    return true;
+}
+
 int CenterFx2D(const KXBMINFOHEADER* in, const void* inData, const KXBMINFOHEADER* out,
                void* outData, uint32_t flags) {
     if (in->biBitCount != 32) return 0;
     const uint32_t start = os::GetTickCount();
     int result = -1;
     try {
-        const double inW = in->biWidth, inH = AbsHeight(in);
-        const double outW = out->biWidth, outH = AbsHeight(out);
-        if (inW <= 0 || inH <= 0) return 0;
-        const double sw = outW / inW, sh = outH / inH;
-        const double R = (double(DIBRatioX(in)) / double(DIBRatioY(in))) /
-                         (double(DIBRatioX(out)) / double(DIBRatioY(out)));
-        const bool good = flags & KXCONV_FIT_GOOD, fast = flags & KXCONV_FIT_FAST;
-        const bool toWidth = flags & KXCONV_FIT_WIDTH, toHeight = flags & KXCONV_FIT_HEIGHT;
-        const bool aspect = flags & KXCONV_KEEP_ASPECT;
-        double xs, ys;
-        bool even = true;
-        if ((!good && !fast) || (fast && !good && (toWidth || toHeight))) {
-            if (toWidth) {
-                xs = sw;
-                ys = aspect ? sw / R : 1.0;
-            } else if (!toHeight) {
-                xs = R;
-                ys = 1.0;
-                even = false;
-            } else {
-                xs = aspect ? R * sh : R;
-                ys = sh;
-            }
-        } else if (aspect) {
-            const double q = sw / R;
-            const bool byHeight = (flags & KXCONV_FIT_COVER) ? q <= sh : q >= sh;
-            if (byHeight) {
-                xs = R * sh;
-                ys = sh;
-            } else {
-                xs = sw;
-                ys = q;
-            }
-        } else {
-            xs = sw;
-            ys = sh;
-        }
-        if (even) {
-            xs = Even(inW, xs);
-            ys = Even(inH, ys);
-        }
+        CenterPlan plan;
+        if (!CenterFx2DPlan(in, out, flags, &plan)) return 0;
         stdfx2d::FX2DPARAM param;
         memset(&param, 0, sizeof param);
         param.size = 48;
-        param.scaleX = xs;
-        param.scaleY = ys;
-        // Half a line keeps a picture of the other line parity on the line grid.
-        const int64_t lines = int64_t(inH * ys + 0.5) - int64_t(outH);
-        if (lines % 2 != 0 && outH > 0) param.offsetY = -0.5 / outH;
-        const int mode = (flags & (KXCONV_RATIO_FAST | KXCONV_FIT_GOOD)) ? 0
-                         : (flags & KXCONV_FILTER_B)                     ? 2
-                                                                         : 1;
+        param.scaleX = plan.scaleX;
+        param.scaleY = plan.scaleY;
+        param.offsetY = plan.offsetY;
+        const int mode = plan.mode;
         KXBMINFOHEADERYUV source, target;
         PrivateCopy(in, in, &source);
         PrivateCopy(out, in, &target);

@@ -51,6 +51,16 @@ bool ScaleFx2D(const KXBMINFOHEADER* in, const void* inData, const KXBMINFOHEADE
 bool Center(const KXBMINFOHEADER* in, const void* inData, KXBMINFOHEADER* out, void* outData,
             uint32_t unused = 0);
 
+// What CenterFx2D asks of the 2-D transform: the scales that the fit flags choose (made
+// even except when the picture keeps its size), the half-line offset that keeps it on the
+// line grid, and the mode (0 nearest, 1 fast filter, 2 soft). False for an empty source.
+struct CenterPlan {
+    double scaleX, scaleY, offsetY;
+    int mode;
+};
+bool CenterFx2DPlan(const KXBMINFOHEADER* in, const KXBMINFOHEADER* out, uint32_t flags,
+                    CenterPlan* plan);
+
 // Places and scales a 32-bit image by the 2-D transform, as the fit flags ask. 1 on
 // success, 0 on failure or for another depth.
 int CenterFx2D(const KXBMINFOHEADER* in, const void* inData, const KXBMINFOHEADER* out,
