@@ -69,7 +69,8 @@ void Premultiply(uint8_t* px, int32_t pixels) {
     const D8 d8;
     const D16 d16;
     const auto alphaWords = hn::LoadDup128(d8, kAlphaWords);
-    const V16 low = hn::Set(d16, 0x00FF), high = hn::Set(d16, 0xFF00);
+    const V16 low = hn::Set(d16, 0x00FF);
+    const auto highBytes = hn::MaskFromVec(hn::BitCast(d8, hn::Set(d16, 0xFF00)));
     const V16 half = hn::Set(d16, 128);
     const V16 keep = hn::BitCast(d16, hn::Set(D32(), 0x00FF0000u));
     for (int32_t i = 0; i < pixels; i += kBlock) {
@@ -79,8 +80,10 @@ void Premultiply(uint8_t* px, int32_t pixels) {
         const V16 even = TimesAlpha(hn::And(p16, low), alpha);
         // The odd bytes: t + (t >> 8) with the result in its high byte, already in place.
         const V16 t = hn::Add(hn::Mul(hn::ShiftRight<8>(p16), hn::Or(alpha, keep)), half);
-        const V16 odd = hn::And(hn::Add(t, hn::ShiftRight<8>(t)), high);
-        hn::StoreU(hn::BitCast(d8, hn::Or(even, odd)), d8, px + 4 * i);
+        const V16 odd = hn::Add(t, hn::ShiftRight<8>(t));
+        // The low bytes of the even products, the high bytes of the odd ones: one blend.
+        hn::StoreU(hn::IfThenElse(highBytes, hn::BitCast(d8, odd), hn::BitCast(d8, even)), d8,
+                   px + 4 * i);
     }
 }
 
