@@ -92,6 +92,16 @@ void Premultiply(uint8_t* px, int32_t pixels) {
 template <int kStep>
 inline hn::Vec<hn::Full128<uint32_t>> Reciprocals4(const int32_t* recip, const uint8_t* a) {
     const hn::Full128<uint32_t> d;
+    if (kStep == 4) {
+        // The alphas of four pixels from two 8-byte reads: fewer loads than byte by byte.
+        uint64_t w0, w1;
+        std::memcpy(&w0, a - 3, 8);
+        std::memcpy(&w1, a + 5, 8);
+        auto v = hn::InsertLane(hn::Zero(d), 0, uint32_t(recip[(w0 >> 24) & 0xFF]));
+        v = hn::InsertLane(v, 1, uint32_t(recip[w0 >> 56]));
+        v = hn::InsertLane(v, 2, uint32_t(recip[(w1 >> 24) & 0xFF]));
+        return hn::InsertLane(v, 3, uint32_t(recip[w1 >> 56]));
+    }
     auto v = hn::InsertLane(hn::Zero(d), 0, uint32_t(recip[a[0]]));
     v = hn::InsertLane(v, 1, uint32_t(recip[a[kStep]]));
     v = hn::InsertLane(v, 2, uint32_t(recip[a[2 * kStep]]));
